@@ -1,0 +1,154 @@
+#include "platform/Errors.h"
+#include "platform/Process.h"
+#include "platform/sim/CommandLineSplit.h"
+#include "platform/sim/SimMemory.h"
+#include "platform/sim/SimWorld.h"
+
+#include <cstring>
+
+namespace hf::os {
+
+namespace {
+
+constexpr DWORD kInvalidHandle = 6;
+constexpr DWORD kInsufficientBuffer = 122;
+constexpr DWORD kWaitObject0 = 0;
+constexpr DWORD kWaitFailed = 0xFFFFFFFFu;
+
+HINSTANCE const kExecutableModule = reinterpret_cast<HINSTANCE>(static_cast<std::uintptr_t>(0x400000));
+
+// A simulated thread runs when the first wait on it needs it to: the process
+// has one thread of control at a time, which keeps every run deterministic.
+class Thread : public sim::Object {
+public:
+    Thread(LPTHREAD_START_ROUTINE start, void* parameter) : start(start), parameter(parameter) {}
+    bool IsWaitable() const override { return true; }
+    bool IsSignaled() const override { return finished; }
+    void RunToEnd()
+    {
+        if (started) {
+            return;
+        }
+        started = true;
+        exitCode = start(parameter);
+        finished = true;
+        ++sim::TheWorld().processes.threadsFinished;
+    }
+
+    LPTHREAD_START_ROUTINE start;
+    void* parameter;
+    bool started = false;
+    bool finished = false;
+    DWORD exitCode = 0;
+};
+
+}  // namespace
+
+const WCHAR* GetCommandLineW()
+{
+    return sim::TheWorld().processes.current.commandLine.c_str();
+}
+
+WCHAR** CommandLineToArgvW(const WCHAR* commandLine, int* argc)
+{
+    DWORD error = 0;
+    if (sim::Injected("CommandLineToArgvW", error)) {
+        return nullptr;
+    }
+    auto const args =
+        sim::SplitCommandLine(commandLine ? commandLine : u"", sim::TheWorld().processes.current.modulePath);
+    // One block, as Windows gives it: the pointer array, then the strings.
+    std::size_t bytes = (args.size() + 1) * sizeof(WCHAR*);
+    for (auto const& arg : args) {
+        bytes += (arg.size() + 1) * sizeof(WCHAR);
+    }
+    auto* block = static_cast<unsigned char*>(sim::LocalAllocate(bytes));
+    auto** argv = reinterpret_cast<WCHAR**>(block);
+    auto* text = reinterpret_cast<WCHAR*>(block + (args.size() + 1) * sizeof(WCHAR*));
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        argv[i] = text;
+        std::memcpy(text, args[i].c_str(), (args[i].size() + 1) * sizeof(WCHAR));
+        text += args[i].size() + 1;
+    }
+    argv[args.size()] = nullptr;
+    *argc = static_cast<int>(args.size());
+    return argv;
+}
+
+DWORD GetModuleFileNameW(HINSTANCE /*module*/, WCHAR* buffer, DWORD size)
+{
+    DWORD error = 0;
+    if (sim::Injected("GetModuleFileNameW", error)) {
+        return 0;
+    }
+    std::u16string const& path = sim::TheWorld().processes.current.modulePath;
+    if (size == 0) {
+        SetLastError(kInsufficientBuffer);
+        return 0;
+    }
+    if (path.size() + 1 > size) {
+        std::memcpy(buffer, path.data(), (size - 1) * sizeof(WCHAR));
+        buffer[size - 1] = 0;
+        SetLastError(kInsufficientBuffer);
+        return size;
+    }
+    std::memcpy(buffer, path.c_str(), (path.size() + 1) * sizeof(WCHAR));
+    return static_cast<DWORD>(path.size());
+}
+
+HINSTANCE GetModuleHandleW(const WCHAR* moduleName)
+{
+    return moduleName == nullptr ? kExecutableModule : nullptr;
+}
+
+HANDLE CreateThread(void* /*securityAttributes*/, std::size_t /*stackSize*/, LPTHREAD_START_ROUTINE start,
+                    void* parameter, DWORD /*creationFlags*/, DWORD* threadId)
+{
+    DWORD error = 0;
+    if (sim::Injected("CreateThread", error)) {
+        return nullptr;
+    }
+    auto& world = sim::TheWorld();
+    ++world.processes.threadsCreated;
+    if (threadId) {
+        *threadId = static_cast<DWORD>(1000 + world.processes.threadsCreated);
+    }
+    return world.AddHandle(std::make_shared<Thread>(start, parameter));
+}
+
+DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds)
+{
+    DWORD error = 0;
+    if (sim::Injected("WaitForSingleObject", error)) {
+        return kWaitFailed;
+    }
+    auto& world = sim::TheWorld();
+    std::shared_ptr<sim::Object> target = world.Lookup(object);
+    if (!target || !target->IsWaitable()) {
+        SetLastError(kInvalidHandle);
+        return kWaitFailed;
+    }
+    if (auto thread = std::dynamic_pointer_cast<Thread>(target)) {
+        thread->RunToEnd();
+    }
+    DWORD const result = world.Wait([&] { return target->IsSignaled(); }, milliseconds, false);
+    if (result == kWaitObject0) {
+        target->Consume();
+    }
+    return result;
+}
+
+BOOL CloseHandle(HANDLE object)
+{
+    DWORD error = 0;
+    if (sim::Injected("CloseHandle", error)) {
+        return 0;
+    }
+    if (!sim::TheWorld().CloseHandle(object)) {
+        SetLastError(kInvalidHandle);
+        return 0;
+    }
+    return 1;
+}
+
+}  // namespace hf::os

@@ -1,0 +1,222 @@
+#include "WideText.h"
+#include "platform/Errors.h"
+#include "platform/Registry.h"
+#include "platform/sim/SimWorld.h"
+
+#include <cstring>
+
+namespace hf::os {
+
+namespace {
+
+constexpr LONG kFileNotFound = 2;
+constexpr LONG kInvalidHandle = 6;
+constexpr LONG kMoreData = 234;
+constexpr LONG kNoMoreItems = 259;
+constexpr LONG kAccessDenied = 5;
+
+class OpenKey : public sim::Object {
+public:
+    explicit OpenKey(std::u16string path) : path(std::move(path)) {}
+    std::u16string path;
+};
+
+// The full path of an open key or predefined root; empty when `key` is neither.
+std::u16string KeyPath(HKEY key)
+{
+    std::u16string root = sim::Registry::RootName(key);
+    if (!root.empty()) {
+        return root;
+    }
+    auto open = sim::TheWorld().LookupAs<OpenKey>(key);
+    return open ? open->path : std::u16string();
+}
+
+std::u16string SubPath(std::u16string const& base, const WCHAR* subKey)
+{
+    return (subKey == nullptr || *subKey == 0) ? base : base + u"\\" + subKey;
+}
+
+sim::RegistryValue* FindValue(sim::RegistryKey& key, const WCHAR* name)
+{
+    std::u16string const wanted = AsciiUpper(name ? std::u16string_view(name) : std::u16string_view());
+    for (auto& value : key.values) {
+        if (AsciiUpper(value.name) == wanted) {
+            return &value;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+LONG RegOpenKeyExW(HKEY key, const WCHAR* subKey, DWORD /*options*/, DWORD /*access*/, HKEY* result)
+{
+    DWORD error = 0;
+    if (sim::Injected("RegOpenKeyExW", error)) {
+        return static_cast<LONG>(error);
+    }
+    std::u16string const base = KeyPath(key);
+    if (base.empty()) {
+        return kInvalidHandle;
+    }
+    std::u16string const path = SubPath(base, subKey);
+    if (sim::TheWorld().registry.Find(path) == nullptr) {
+        return kFileNotFound;
+    }
+    *result = sim::TheWorld().AddHandle(std::make_shared<OpenKey>(path));
+    return 0;
+}
+
+LONG RegCreateKeyExW(HKEY key, const WCHAR* subKey, DWORD /*reserved*/, WCHAR* /*keyClass*/, DWORD /*options*/,
+                     DWORD /*access*/, void* /*securityAttributes*/, HKEY* result, DWORD* disposition)
+{
+    DWORD error = 0;
+    if (sim::Injected("RegCreateKeyExW", error)) {
+        return static_cast<LONG>(error);
+    }
+    std::u16string const base = KeyPath(key);
+    if (base.empty()) {
+        return kInvalidHandle;
+    }
+    std::u16string const path = SubPath(base, subKey);
+    bool const existed = sim::TheWorld().registry.Find(path) != nullptr;
+    sim::TheWorld().registry.Create(path);
+    if (disposition) {
+        *disposition = existed ? 2u : 1u;  // REG_OPENED_EXISTING_KEY : REG_CREATED_NEW_KEY
+    }
+    *result = sim::TheWorld().AddHandle(std::make_shared<OpenKey>(path));
+    return 0;
+}
+
+LONG RegQueryValueExW(HKEY key, const WCHAR* valueName, DWORD* /*reserved*/, DWORD* type, BYTE* data, DWORD* dataSize)
+{
+    DWORD error = 0;
+    if (sim::Injected("RegQueryValueExW", error)) {
+        return static_cast<LONG>(error);
+    }
+    sim::RegistryKey* stored = sim::TheWorld().registry.Find(KeyPath(key));
+    if (stored == nullptr) {
+        return kInvalidHandle;
+    }
+    sim::RegistryValue* value = FindValue(*stored, valueName);
+    if (value == nullptr) {
+        return kFileNotFound;
+    }
+    if (type) {
+        *type = value->type;
+    }
+    auto const size = static_cast<DWORD>(value->data.size());
+    if (data == nullptr) {
+        if (dataSize) {
+            *dataSize = size;
+        }
+        return 0;
+    }
+    if (dataSize == nullptr) {
+        return 87;
+    }
+    if (*dataSize < size) {
+        *dataSize = size;
+        return kMoreData;
+    }
+    std::memcpy(data, value->data.data(), size);
+    *dataSize = size;
+    return 0;
+}
+
+LONG RegSetValueExW(HKEY key, const WCHAR* valueName, DWORD /*reserved*/, DWORD type, const BYTE* data, DWORD dataSize)
+{
+    DWORD error = 0;
+    if (sim::Injected("RegSetValueExW", error)) {
+        return static_cast<LONG>(error);
+    }
+    std::u16string const path = KeyPath(key);
+    if (path.empty() || sim::TheWorld().registry.Find(path) == nullptr) {
+        return kInvalidHandle;
+    }
+    if (sim::Registry::RootName(key).empty() && !sim::TheWorld().LookupAs<OpenKey>(key)) {
+        return kAccessDenied;
+    }
+    std::vector<BYTE> bytes(data, data + dataSize);
+    sim::RegistryKey& stored = *sim::TheWorld().registry.Find(path);
+    if (sim::RegistryValue* value = FindValue(stored, valueName)) {
+        value->type = type;
+        value->data = std::move(bytes);
+    } else {
+        stored.values.push_back(sim::RegistryValue{valueName ? valueName : u"", type, std::move(bytes)});
+    }
+    return 0;
+}
+
+LONG RegDeleteValueW(HKEY key, const WCHAR* valueName)
+{
+    DWORD error = 0;
+    if (sim::Injected("RegDeleteValueW", error)) {
+        return static_cast<LONG>(error);
+    }
+    sim::RegistryKey* stored = sim::TheWorld().registry.Find(KeyPath(key));
+    if (stored == nullptr) {
+        return kInvalidHandle;
+    }
+    sim::RegistryValue* value = FindValue(*stored, valueName);
+    if (value == nullptr) {
+        return kFileNotFound;
+    }
+    stored->values.erase(stored->values.begin() + (value - stored->values.data()));
+    return 0;
+}
+
+LONG RegDeleteKeyW(HKEY key, const WCHAR* subKey)
+{
+    DWORD error = 0;
+    if (sim::Injected("RegDeleteKeyW", error)) {
+        return static_cast<LONG>(error);
+    }
+    std::u16string const path = SubPath(KeyPath(key), subKey);
+    auto& registry = sim::TheWorld().registry;
+    if (registry.Find(path) == nullptr) {
+        return kFileNotFound;
+    }
+    if (registry.HasSubkeys(path)) {
+        return kAccessDenied;
+    }
+    registry.Erase(path);
+    return 0;
+}
+
+LONG RegEnumValueW(HKEY key, DWORD index, WCHAR* name, DWORD* nameLength, DWORD* /*reserved*/, DWORD* type,
+                   BYTE* /*data*/, DWORD* /*dataSize*/)
+{
+    DWORD error = 0;
+    if (sim::Injected("RegEnumValueW", error)) {
+        return static_cast<LONG>(error);
+    }
+    sim::RegistryKey* stored = sim::TheWorld().registry.Find(KeyPath(key));
+    if (stored == nullptr) {
+        return kInvalidHandle;
+    }
+    if (index >= stored->values.size()) {
+        return kNoMoreItems;
+    }
+    sim::RegistryValue const& value = stored->values[index];
+    if (value.name.size() + 1 > *nameLength) {
+        return kMoreData;
+    }
+    std::memcpy(name, value.name.c_str(), (value.name.size() + 1) * sizeof(WCHAR));
+    *nameLength = static_cast<DWORD>(value.name.size());
+    if (type) {
+        *type = value.type;
+    }
+    return 0;
+}
+
+LONG RegCloseKey(HKEY key)
+{
+    if (!sim::Registry::RootName(key).empty()) {
+        return 0;
+    }
+    return sim::TheWorld().CloseHandle(key) ? 0 : kInvalidHandle;
+}
+
+}  // namespace hf::os

@@ -1,0 +1,252 @@
+#include "platform/Errors.h"
+#include "platform/ServiceManager.h"
+#include "platform/sim/SimWorld.h"
+
+namespace hf::os {
+
+namespace {
+
+constexpr DWORD kInvalidHandle = 6;
+constexpr DWORD kServiceDoesNotExist = 1060;
+constexpr DWORD kServiceAlreadyRunning = 1056;
+constexpr DWORD kServiceNotActive = 1062;
+constexpr DWORD kServiceExists = 1073;
+constexpr DWORD kNotStartedByManager = 1063;
+constexpr DWORD kStopped = 1;
+constexpr DWORD kRunning = 4;
+
+class ManagerHandle : public sim::Object {};
+
+class ServiceHandle : public sim::Object {
+public:
+    explicit ServiceHandle(std::u16string name) : name(std::move(name)) {}
+    std::u16string name;
+};
+
+// The service behind a handle, or null with ERROR_INVALID_HANDLE (a deleted
+// service's handle still names it, so the lookup is by name).
+sim::Service* ServiceOf(SC_HANDLE handle)
+{
+    auto open = sim::TheWorld().LookupAs<ServiceHandle>(handle);
+    sim::Service* service = open ? sim::TheWorld().services.Find(open->name) : nullptr;
+    if (service == nullptr) {
+        SetLastError(kInvalidHandle);
+    }
+    return service;
+}
+
+bool IsManager(SC_HANDLE handle)
+{
+    return static_cast<bool>(sim::TheWorld().LookupAs<ManagerHandle>(handle));
+}
+
+std::u16string Text(const WCHAR* text)
+{
+    return text ? std::u16string(text) : std::u16string();
+}
+
+// The name of the service whose main function runs on this thread.
+std::u16string& RunningServiceName()
+{
+    static std::u16string name;
+    return name;
+}
+
+}  // namespace
+
+SC_HANDLE OpenSCManagerW(const WCHAR* /*machineName*/, const WCHAR* /*databaseName*/, DWORD /*access*/)
+{
+    DWORD error = 0;
+    if (sim::Injected("OpenSCManagerW", error)) {
+        return nullptr;
+    }
+    return sim::TheWorld().AddHandle(std::make_shared<ManagerHandle>());
+}
+
+SC_HANDLE OpenServiceW(SC_HANDLE manager, const WCHAR* serviceName, DWORD /*access*/)
+{
+    DWORD error = 0;
+    if (sim::Injected("OpenServiceW", error)) {
+        return nullptr;
+    }
+    if (!IsManager(manager)) {
+        SetLastError(kInvalidHandle);
+        return nullptr;
+    }
+    if (sim::TheWorld().services.Find(Text(serviceName)) == nullptr) {
+        SetLastError(kServiceDoesNotExist);
+        return nullptr;
+    }
+    return sim::TheWorld().AddHandle(std::make_shared<ServiceHandle>(Text(serviceName)));
+}
+
+BOOL StartServiceW(SC_HANDLE service, DWORD /*numArgs*/, const WCHAR** /*args*/)
+{
+    DWORD error = 0;
+    if (sim::Injected("StartServiceW", error)) {
+        return 0;
+    }
+    sim::Service* target = ServiceOf(service);
+    if (target == nullptr) {
+        return 0;
+    }
+    if (target->state != kStopped) {
+        SetLastError(kServiceAlreadyRunning);
+        return 0;
+    }
+    ++target->startRequests;
+    target->state = kRunning;
+    return 1;
+}
+
+BOOL CloseServiceHandle(SC_HANDLE handle)
+{
+    if (!sim::TheWorld().CloseHandle(handle)) {
+        SetLastError(kInvalidHandle);
+        return 0;
+    }
+    return 1;
+}
+
+SC_HANDLE CreateServiceW(SC_HANDLE manager, const WCHAR* serviceName, const WCHAR* displayName, DWORD /*access*/,
+                         DWORD serviceType, DWORD startType, DWORD errorControl, const WCHAR* binaryPath,
+                         const WCHAR* /*loadOrderGroup*/, DWORD* /*tagId*/, const WCHAR* dependencies,
+                         const WCHAR* /*accountName*/, const WCHAR* /*password*/)
+{
+    DWORD error = 0;
+    if (sim::Injected("CreateServiceW", error)) {
+        return nullptr;
+    }
+    if (!IsManager(manager)) {
+        SetLastError(kInvalidHandle);
+        return nullptr;
+    }
+    if (sim::TheWorld().services.Find(Text(serviceName)) != nullptr) {
+        SetLastError(kServiceExists);
+        return nullptr;
+    }
+    sim::Service& created = sim::TheWorld().services.Install(Text(serviceName));
+    created.displayName = Text(displayName);
+    created.serviceType = serviceType;
+    created.startType = startType;
+    created.errorControl = errorControl;
+    created.binaryPath = Text(binaryPath);
+    created.dependencies = Text(dependencies);
+    return sim::TheWorld().AddHandle(std::make_shared<ServiceHandle>(Text(serviceName)));
+}
+
+BOOL ChangeServiceConfigW(SC_HANDLE service, DWORD serviceType, DWORD startType, DWORD errorControl,
+                          const WCHAR* binaryPath, const WCHAR* /*loadOrderGroup*/, DWORD* /*tagId*/,
+                          const WCHAR* dependencies, const WCHAR* /*accountName*/, const WCHAR* /*password*/,
+                          const WCHAR* displayName)
+{
+    DWORD error = 0;
+    if (sim::Injected("ChangeServiceConfigW", error)) {
+        return 0;
+    }
+    sim::Service* target = ServiceOf(service);
+    if (target == nullptr) {
+        return 0;
+    }
+    if (serviceType != SERVICE_NO_CHANGE) {
+        target->serviceType = serviceType;
+    }
+    if (startType != SERVICE_NO_CHANGE) {
+        target->startType = startType;
+    }
+    if (errorControl != SERVICE_NO_CHANGE) {
+        target->errorControl = errorControl;
+    }
+    if (binaryPath) {
+        target->binaryPath = binaryPath;
+    }
+    if (dependencies) {
+        target->dependencies = dependencies;
+    }
+    if (displayName) {
+        target->displayName = displayName;
+    }
+    return 1;
+}
+
+BOOL ControlService(SC_HANDLE service, DWORD control, SERVICE_STATUS* status)
+{
+    DWORD error = 0;
+    if (sim::Injected("ControlService", error)) {
+        return 0;
+    }
+    sim::Service* target = ServiceOf(service);
+    if (target == nullptr) {
+        return 0;
+    }
+    if (target->state == kStopped) {
+        SetLastError(kServiceNotActive);
+        return 0;
+    }
+    if (control == 1) {
+        target->state = kStopped;
+    }
+    if (status) {
+        status->dwServiceType = target->serviceType;
+        status->dwCurrentState = target->state;
+    }
+    return 1;
+}
+
+BOOL DeleteService(SC_HANDLE service)
+{
+    DWORD error = 0;
+    if (sim::Injected("DeleteService", error)) {
+        return 0;
+    }
+    sim::Service* target = ServiceOf(service);
+    if (target == nullptr) {
+        return 0;
+    }
+    sim::TheWorld().services.Remove(target->name);
+    return 1;
+}
+
+BOOL StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* table)
+{
+    DWORD error = 0;
+    if (sim::Injected("StartServiceCtrlDispatcherW", error)) {
+        return 0;
+    }
+    if (!sim::TheWorld().services.dispatcherReachable) {
+        SetLastError(kNotStartedByManager);
+        return 0;
+    }
+    RunningServiceName() = table[0].lpServiceName;
+    WCHAR* argv[] = {table[0].lpServiceName, nullptr};
+    table[0].lpServiceProc(1, argv);
+    return 1;
+}
+
+SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerW(const WCHAR* serviceName, LPHANDLER_FUNCTION handler)
+{
+    DWORD error = 0;
+    if (sim::Injected("RegisterServiceCtrlHandlerW", error)) {
+        return nullptr;
+    }
+    sim::Service* target = sim::TheWorld().services.Find(Text(serviceName));
+    if (target == nullptr) {
+        SetLastError(kServiceDoesNotExist);
+        return nullptr;
+    }
+    target->handler = handler;
+    return sim::TheWorld().AddHandle(std::make_shared<ServiceHandle>(Text(serviceName)));
+}
+
+BOOL SetServiceStatus(SERVICE_STATUS_HANDLE statusHandle, SERVICE_STATUS* status)
+{
+    sim::Service* target = ServiceOf(statusHandle);
+    if (target == nullptr || status == nullptr) {
+        return 0;
+    }
+    target->state = status->dwCurrentState;
+    target->reportedStates.push_back(status->dwCurrentState);
+    return 1;
+}
+
+}  // namespace hf::os

@@ -1,0 +1,52 @@
+// The simulated registry: keys under the predefined roots, names compared
+// without regard to ASCII case, values kept in the order they were first written.
+#pragma once
+
+#include "platform/Types.h"
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace hf::sim {
+
+struct RegistryValue {
+    std::u16string name;
+    DWORD type = 0;
+    std::vector<BYTE> data;
+};
+
+struct RegistryKey {
+    std::vector<RegistryValue> values;  // in first-written order
+};
+
+class Registry {
+public:
+    // Test helpers. `path` is relative to `root`, backslash-separated.
+    void CreateKey(HKEY root, std::u16string const& path);
+    bool KeyExists(HKEY root, std::u16string const& path) const;
+    void DeleteKeyTree(HKEY root, std::u16string const& path);
+    void SetString(HKEY root, std::u16string const& path, std::u16string const& name, std::u16string const& text,
+                   DWORD type = 1 /*REG_SZ*/);
+    void SetRaw(HKEY root, std::u16string const& path, std::u16string const& name, DWORD type,
+                std::vector<BYTE> const& data);
+    std::optional<RegistryValue> Value(HKEY root, std::u16string const& path, std::u16string const& name) const;
+    // A REG_SZ/REG_EXPAND_SZ value's text up to its first NUL.
+    std::optional<std::u16string> String(HKEY root, std::u16string const& path, std::u16string const& name) const;
+
+    // Backend access: full key paths are "ROOT\\sub\\key" with a canonical root name.
+    static std::u16string RootName(HKEY root);
+    static std::u16string Normalize(std::u16string const& fullPath);
+    RegistryKey* Find(std::u16string const& fullPath);
+    RegistryKey& Create(std::u16string const& fullPath);
+    bool Erase(std::u16string const& fullPath);
+    bool HasSubkeys(std::u16string const& fullPath) const;
+    void Clear() { keys_.clear(); }
+
+private:
+    // Keyed by the normalized (upper-cased) full path.
+    std::map<std::u16string, RegistryKey> keys_;
+};
+
+}  // namespace hf::sim

@@ -1,0 +1,178 @@
+#include "platform/sim/SimWorld.h"
+
+#include "platform/Errors.h"
+
+namespace hf::sim {
+
+namespace {
+constexpr DWORD kInfinite = 0xFFFFFFFFu;
+constexpr DWORD kWaitObject0 = 0;
+constexpr DWORD kWaitIoCompletion = 0xC0;
+constexpr DWORD kWaitTimeout = 0x102;
+constexpr DWORD kWaitFailed = 0xFFFFFFFFu;
+constexpr DWORD kErrorInvalidHandle = 6;
+}  // namespace
+
+void FaultPlan::Fail(std::string const& call, DWORD error, int times)
+{
+    auto& queue = faults_[call];
+    for (int i = 0; i < times; ++i) {
+        queue.push_back(error);
+    }
+}
+
+bool FaultPlan::Take(char const* call, DWORD& error)
+{
+    auto it = faults_.find(call);
+    if (it == faults_.end() || it->second.empty()) {
+        return false;
+    }
+    error = it->second.front();
+    it->second.pop_front();
+    return true;
+}
+
+World& World::Get()
+{
+    static World world;
+    return world;
+}
+
+void World::Reset()
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    bootTicks_ = 0;
+    elapsed_ = 0;
+    scheduleSequence_ = 0;
+    schedule_.clear();
+    apcs_.clear();
+    handles_.clear();
+    nextHandle_ = 0x1000;
+    exhaustedWaits_ = 0;
+    faults.Clear();
+    eventLog = EventLog{};
+    registry.Clear();
+    services.Clear();
+    processes = Processes{};
+    os::SetLastError(0);
+}
+
+void World::SetTicks(DWORD ticks)
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    bootTicks_ = static_cast<std::uint64_t>(ticks) + (std::uint64_t{1} << 32) - (elapsed_ & 0xFFFFFFFFu);
+}
+
+void World::After(DWORD delay, std::function<void()> action)
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    schedule_.emplace(std::make_pair(elapsed_ + delay, scheduleSequence_++), std::move(action));
+}
+
+void World::RunDue()
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    while (!schedule_.empty() && schedule_.begin()->first.first <= elapsed_) {
+        auto action = std::move(schedule_.begin()->second);
+        schedule_.erase(schedule_.begin());
+        action();
+    }
+}
+
+void World::Advance(DWORD milliseconds)
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    std::uint64_t const target = elapsed_ + milliseconds;
+    RunDue();
+    while (!schedule_.empty() && schedule_.begin()->first.first <= target) {
+        elapsed_ = schedule_.begin()->first.first;
+        RunDue();
+    }
+    elapsed_ = target;
+}
+
+void World::QueueApc(std::function<void()> apc)
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    apcs_.push_back(std::move(apc));
+}
+
+void World::RunApcs()
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    while (!apcs_.empty()) {
+        auto apc = std::move(apcs_.front());
+        apcs_.pop_front();
+        apc();
+    }
+}
+
+DWORD World::Wait(std::function<bool()> const& ready, DWORD timeout, bool alertable)
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    std::uint64_t const deadline = elapsed_ + timeout;
+    for (;;) {
+        RunDue();
+        if (ready()) {
+            return kWaitObject0;
+        }
+        if (alertable && !apcs_.empty()) {
+            RunApcs();
+            return kWaitIoCompletion;
+        }
+        bool const timed = timeout != kInfinite;
+        if (timed && (schedule_.empty() || schedule_.begin()->first.first > deadline)) {
+            elapsed_ = deadline;
+            return kWaitTimeout;
+        }
+        if (schedule_.empty()) {
+            ++exhaustedWaits_;
+            os::SetLastError(kErrorInvalidHandle);
+            return kWaitFailed;
+        }
+        elapsed_ = std::max(elapsed_, schedule_.begin()->first.first);
+    }
+}
+
+HANDLE World::AddHandle(std::shared_ptr<Object> object)
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    std::uintptr_t const value = nextHandle_;
+    nextHandle_ += 4;
+    ++object->handleCount;
+    handles_.emplace(value, std::move(object));
+    return reinterpret_cast<HANDLE>(value);
+}
+
+std::shared_ptr<Object> World::Lookup(HANDLE handle) const
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    auto it = handles_.find(reinterpret_cast<std::uintptr_t>(handle));
+    return it == handles_.end() ? nullptr : it->second;
+}
+
+bool World::CloseHandle(HANDLE handle)
+{
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    auto it = handles_.find(reinterpret_cast<std::uintptr_t>(handle));
+    if (it == handles_.end()) {
+        return false;
+    }
+    std::shared_ptr<Object> object = std::move(it->second);
+    handles_.erase(it);
+    if (--object->handleCount == 0) {
+        object->OnClose();
+    }
+    return true;
+}
+
+bool Injected(char const* call, DWORD& error)
+{
+    if (!World::Get().faults.Take(call, error)) {
+        return false;
+    }
+    os::SetLastError(error);
+    return true;
+}
+
+}  // namespace hf::sim

@@ -1,0 +1,140 @@
+// The simulated Windows that the sim backend of the platform seam runs on.
+//
+// Everything is deterministic: time is a virtual tick counter that only moves
+// when a test advances it or when a simulated wait sleeps; asynchronous work
+// (completion routines, scripted peers) is queued and runs only inside an
+// alertable wait or when its scheduled time comes, exactly as Windows would
+// order it. Tests arrange the world through this header, run the product's
+// code against the seam, and read back what it did (event log, registry,
+// files, pipes).
+#pragma once
+
+#include "platform/Types.h"
+#include "platform/sim/SimEventLog.h"
+#include "platform/sim/SimProcess.h"
+#include "platform/sim/SimRegistry.h"
+#include "platform/sim/SimServices.h"
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace hf::sim {
+
+// A kernel object behind a simulated HANDLE. Objects that can be waited on
+// override IsSignaled; Consume is called when a wait is satisfied by the
+// object (auto-reset events, semaphores).
+class Object {
+public:
+    virtual ~Object() = default;
+    virtual bool IsWaitable() const { return false; }
+    virtual bool IsSignaled() const { return false; }
+    virtual void Consume() {}
+    // Called when the last handle to the object is closed.
+    virtual void OnClose() {}
+
+    // Handles open on the object; kept by World.
+    int handleCount = 0;
+};
+
+// Calls that a test makes fail: the next `times` calls of `call` (the Win32
+// function's name, e.g. "CreateFileW") fail with `error` instead of running.
+class FaultPlan {
+public:
+    void Fail(std::string const& call, DWORD error, int times = 1);
+    // True, with the error to report, when the next call of `call` is to fail.
+    bool Take(char const* call, DWORD& error);
+    void Clear() { faults_.clear(); }
+
+private:
+    std::map<std::string, std::deque<DWORD>> faults_;
+};
+
+class World {
+public:
+    // The one simulated machine. Tests call Reset() in their fixture.
+    static World& Get();
+    void Reset();
+
+    // --- time -----------------------------------------------------------------------
+    // GetTickCount's value now. Starts at `bootTicks` (set it near 2^32 to test the wrap).
+    DWORD Ticks() const { return static_cast<DWORD>(bootTicks_ + elapsed_); }
+    void SetTicks(DWORD ticks);
+    // Moves time forward, running every scheduled action whose time comes, in order.
+    void Advance(DWORD milliseconds);
+    // Runs `action` when the virtual clock reaches Ticks() + delay (0: at the next
+    // chance: the next wait or Advance).
+    void After(DWORD delay, std::function<void()> action);
+    // Runs scheduled actions due now.
+    void RunDue();
+    bool HasScheduled() const { return !schedule_.empty(); }
+
+    // --- asynchronous procedure calls ----------------------------------------------
+    // Queues a completion routine for the simulated thread; it runs in that thread's
+    // next alertable wait.
+    void QueueApc(std::function<void()> apc);
+    bool HasApcs() const { return !apcs_.empty(); }
+    // Runs every queued APC (and any they queue), as an alertable wait does.
+    void RunApcs();
+
+    // The heart of every simulated wait: returns WAIT_OBJECT_0 once `ready()` holds,
+    // WAIT_IO_COMPLETION after running APCs (alertable waits only), WAIT_TIMEOUT
+    // once `timeout` ms of virtual time pass. While waiting, virtual time jumps to
+    // the next scheduled action. A wait that nothing could ever end (no APC, nothing
+    // scheduled, INFINITE) means the test's script has run out: it fails with
+    // ERROR_INVALID_HANDLE and WAIT_FAILED, which ends the waiting loop.
+    DWORD Wait(std::function<bool()> const& ready, DWORD timeout, bool alertable);
+    // Counts the waits that ran out of script (see Wait).
+    int ExhaustedWaits() const { return exhaustedWaits_; }
+
+    // --- kernel objects --------------------------------------------------------------
+    HANDLE AddHandle(std::shared_ptr<Object> object);
+    std::shared_ptr<Object> Lookup(HANDLE handle) const;
+    template <typename T>
+    std::shared_ptr<T> LookupAs(HANDLE handle) const
+    {
+        return std::dynamic_pointer_cast<T>(Lookup(handle));
+    }
+    // Removes the handle; false when it was not open.
+    bool CloseHandle(HANDLE handle);
+    std::size_t OpenHandleCount() const { return handles_.size(); }
+
+    // --- facilities ------------------------------------------------------------------
+    FaultPlan faults;
+    EventLog eventLog;
+    Registry registry;
+    ServiceManager services;
+    Processes processes;
+
+    std::recursive_mutex& Mutex() { return mutex_; }
+
+private:
+    World() = default;
+
+    mutable std::recursive_mutex mutex_;
+    std::uint64_t bootTicks_ = 0;
+    std::uint64_t elapsed_ = 0;
+    std::uint64_t scheduleSequence_ = 0;
+    // (due time, sequence) -> action: actions due at the same time run in the order queued.
+    std::map<std::pair<std::uint64_t, std::uint64_t>, std::function<void()>> schedule_;
+    std::deque<std::function<void()>> apcs_;
+    std::map<std::uintptr_t, std::shared_ptr<Object>> handles_;
+    std::uintptr_t nextHandle_ = 0x1000;
+    int exhaustedWaits_ = 0;
+};
+
+// Shorthand for tests and the backend.
+inline World& TheWorld()
+{
+    return World::Get();
+}
+
+// The sim backend's entry test for fault injection: true (and the last error set)
+// when the test has made this call fail.
+bool Injected(char const* call, DWORD& error);
+
+}  // namespace hf::sim

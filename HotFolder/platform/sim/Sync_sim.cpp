@@ -1,0 +1,175 @@
+#include "platform/Errors.h"
+#include "platform/Sync.h"
+#include "platform/sim/SimWorld.h"
+
+#include <mutex>
+#include <vector>
+
+namespace hf::os {
+
+namespace {
+
+constexpr DWORD kInvalidHandle = 6;
+constexpr DWORD kInvalidParameter = 87;
+constexpr DWORD kTooManyPosts = 298;
+constexpr DWORD kWaitObject0 = 0;
+constexpr DWORD kWaitFailed = 0xFFFFFFFFu;
+
+class Event : public sim::Object {
+public:
+    Event(bool manualReset, bool signaled) : manualReset(manualReset), signaled(signaled) {}
+    bool IsWaitable() const override { return true; }
+    bool IsSignaled() const override { return signaled; }
+    void Consume() override
+    {
+        if (!manualReset) {
+            signaled = false;
+        }
+    }
+    bool manualReset;
+    bool signaled;
+};
+
+class Semaphore : public sim::Object {
+public:
+    Semaphore(LONG count, LONG maximum) : count(count), maximum(maximum) {}
+    bool IsWaitable() const override { return true; }
+    bool IsSignaled() const override { return count > 0; }
+    void Consume() override { --count; }
+    LONG count;
+    LONG maximum;
+};
+
+}  // namespace
+
+HANDLE CreateEventW(void* /*securityAttributes*/, BOOL manualReset, BOOL initialState, const WCHAR* /*name*/)
+{
+    DWORD error = 0;
+    if (sim::Injected("CreateEventW", error)) {
+        return nullptr;
+    }
+    return sim::TheWorld().AddHandle(std::make_shared<Event>(manualReset != 0, initialState != 0));
+}
+
+BOOL SetEvent(HANDLE event)
+{
+    auto target = sim::TheWorld().LookupAs<Event>(event);
+    if (!target) {
+        SetLastError(kInvalidHandle);
+        return 0;
+    }
+    target->signaled = true;
+    return 1;
+}
+
+BOOL ResetEvent(HANDLE event)
+{
+    auto target = sim::TheWorld().LookupAs<Event>(event);
+    if (!target) {
+        SetLastError(kInvalidHandle);
+        return 0;
+    }
+    target->signaled = false;
+    return 1;
+}
+
+HANDLE CreateSemaphoreW(void* /*securityAttributes*/, LONG initialCount, LONG maximumCount, const WCHAR* /*name*/)
+{
+    DWORD error = 0;
+    if (sim::Injected("CreateSemaphoreW", error)) {
+        return nullptr;
+    }
+    if (maximumCount <= 0 || initialCount < 0 || initialCount > maximumCount) {
+        SetLastError(kInvalidParameter);
+        return nullptr;
+    }
+    return sim::TheWorld().AddHandle(std::make_shared<Semaphore>(initialCount, maximumCount));
+}
+
+BOOL ReleaseSemaphore(HANDLE semaphore, LONG releaseCount, LONG* previousCount)
+{
+    std::lock_guard<std::recursive_mutex> lock(sim::TheWorld().Mutex());
+    auto target = sim::TheWorld().LookupAs<Semaphore>(semaphore);
+    if (!target) {
+        SetLastError(kInvalidHandle);
+        return 0;
+    }
+    if (releaseCount <= 0 || releaseCount > target->maximum - target->count) {
+        SetLastError(kTooManyPosts);
+        return 0;
+    }
+    if (previousCount) {
+        *previousCount = target->count;
+    }
+    target->count += releaseCount;
+    return 1;
+}
+
+DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds, BOOL alertable)
+{
+    DWORD error = 0;
+    if (sim::Injected("WaitForMultipleObjectsEx", error)) {
+        return kWaitFailed;
+    }
+    auto& world = sim::TheWorld();
+    std::lock_guard<std::recursive_mutex> lock(world.Mutex());
+    if (count == 0 || count > 64 || waitAll) {
+        SetLastError(kInvalidParameter);
+        return kWaitFailed;
+    }
+    std::vector<std::shared_ptr<sim::Object>> objects;
+    for (DWORD i = 0; i < count; ++i) {
+        auto object = world.Lookup(handles[i]);
+        if (!object || !object->IsWaitable()) {
+            SetLastError(kInvalidHandle);
+            return kWaitFailed;
+        }
+        objects.push_back(std::move(object));
+    }
+    DWORD signaled = 0;
+    auto ready = [&] {
+        for (DWORD i = 0; i < count; ++i) {
+            if (objects[i]->IsSignaled()) {
+                signaled = i;
+                return true;
+            }
+        }
+        return false;
+    };
+    DWORD const result = world.Wait(ready, milliseconds, alertable != 0);
+    if (result == kWaitObject0) {
+        objects[signaled]->Consume();
+        return kWaitObject0 + signaled;
+    }
+    return result;
+}
+
+DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds)
+{
+    DWORD error = 0;
+    if (sim::Injected("WaitForMultipleObjects", error)) {
+        return kWaitFailed;
+    }
+    return WaitForMultipleObjectsEx(count, handles, waitAll, milliseconds, 0);
+}
+
+struct CriticalSection::Impl {
+    std::recursive_mutex mutex;
+};
+
+CriticalSection::CriticalSection() : impl_(std::make_unique<Impl>())
+{
+}
+CriticalSection::~CriticalSection() = default;
+
+void CriticalSection::Enter()
+{
+    impl_->mutex.lock();
+}
+
+void CriticalSection::Leave()
+{
+    impl_->mutex.unlock();
+}
+
+}  // namespace hf::os

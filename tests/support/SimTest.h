@@ -1,0 +1,43 @@
+// The base fixture of the native suites: every test starts on a freshly reset
+// simulated machine, as a fresh process.
+#pragma once
+
+#include "WideText.h"
+#include "platform/Constants.h"
+#include "platform/sim/SimWorld.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace hf::test {
+
+class SimTest : public ::testing::Test {
+protected:
+    SimTest();
+    ~SimTest() override;
+
+    sim::World& world() { return sim::TheWorld(); }
+
+    // The event log as the viewer shows it, one rendered text per report, UTF-8.
+    std::vector<std::string> RenderedEvents() const;
+    // Event ids in report order.
+    std::vector<DWORD> EventIds() const { return sim::TheWorld().eventLog.Ids(); }
+    // The only event with this id; fails the test when there is not exactly one.
+    sim::EventRecord OnlyEvent(DWORD eventId) const;
+    // Handles opened since the test began (process-wide objects excluded) and
+    // still open: a leak check for the code under test.
+    long HandlesLeftOpen() const { return static_cast<long>(sim::TheWorld().OpenHandleCount()) - baselineHandles_; }
+
+private:
+    long baselineHandles_ = 0;
+};
+
+// UTF-8 of a UTF-16 text, for readable assertions.
+inline std::string U8(std::u16string const& text)
+{
+    return ToUtf8(text);
+}
+
+}  // namespace hf::test

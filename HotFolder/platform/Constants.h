@@ -119,6 +119,35 @@ constexpr WORD EVENTLOG_ERROR_TYPE = 1;
 constexpr WORD EVENTLOG_WARNING_TYPE = 2;
 constexpr WORD EVENTLOG_INFORMATION_TYPE = 4;
 
+// Service configuration.
+constexpr DWORD SERVICE_NO_CHANGE = 0xFFFFFFFFu;
+
+// Locales and string comparison.
+constexpr DWORD LOCALE_INVARIANT = 0x007F;
+constexpr DWORD NORM_IGNORECASE = 0x00000001;
+constexpr int CSTR_LESS_THAN = 1;
+constexpr int CSTR_EQUAL = 2;
+constexpr int CSTR_GREATER_THAN = 3;
+
+// Shell folders and directory change filters.
+constexpr int CSIDL_LOCAL_APPDATA = 0x001C;
+constexpr DWORD SHGFP_TYPE_CURRENT = 0;
+constexpr DWORD FILE_NOTIFY_CHANGE_FILE_NAME = 0x01;
+constexpr DWORD FILE_NOTIFY_CHANGE_SIZE = 0x08;
+constexpr DWORD FILE_NOTIFY_CHANGE_LAST_WRITE = 0x10;
+constexpr DWORD FILE_ACTION_ADDED = 1;
+constexpr DWORD FILE_ACTION_REMOVED = 2;
+constexpr DWORD FILE_ACTION_MODIFIED = 3;
+constexpr DWORD FILE_ACTION_RENAMED_OLD_NAME = 4;
+constexpr DWORD FILE_ACTION_RENAMED_NEW_NAME = 5;
+
+// Named pipes.
+constexpr DWORD PIPE_ACCESS_DUPLEX = 3;
+constexpr DWORD PIPE_UNLIMITED_INSTANCES = 255;
+
+// User names.
+constexpr int NameSamCompatible = 2;
+
 // Security information.
 constexpr DWORD SE_KERNEL_OBJECT = 6;
 constexpr DWORD OWNER_SECURITY_INFORMATION = 1;

@@ -64,6 +64,4 @@ SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerW(const WCHAR* serviceName, LPHA
 // SetServiceStatus: reports the service's state to the manager.
 BOOL SetServiceStatus(SERVICE_STATUS_HANDLE statusHandle, SERVICE_STATUS* status);
 
-constexpr DWORD SERVICE_NO_CHANGE = 0xFFFFFFFFu;
-
 }  // namespace hf::os

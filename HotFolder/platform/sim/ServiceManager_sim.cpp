@@ -1,3 +1,4 @@
+#include "platform/Constants.h"
 #include "platform/Errors.h"
 #include "platform/ServiceManager.h"
 #include "platform/sim/SimWorld.h"

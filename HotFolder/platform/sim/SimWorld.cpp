@@ -54,6 +54,8 @@ void World::Reset()
     registry.Clear();
     services.Clear();
     processes = Processes{};
+    files.Clear();
+    pipes.Clear();
     os::SetLastError(0);
 }
 
@@ -164,6 +166,24 @@ bool World::CloseHandle(HANDLE handle)
         object->OnClose();
     }
     return true;
+}
+
+BOOL IoObject::ReadEx(void*, DWORD, OVERLAPPED*, LPOVERLAPPED_COMPLETION_ROUTINE)
+{
+    os::SetLastError(1);  // ERROR_INVALID_FUNCTION
+    return 0;
+}
+
+BOOL IoObject::WriteEx(const void*, DWORD, OVERLAPPED*, LPOVERLAPPED_COMPLETION_ROUTINE)
+{
+    os::SetLastError(1);
+    return 0;
+}
+
+BOOL IoObject::Write(const void*, DWORD, DWORD*)
+{
+    os::SetLastError(1);
+    return 0;
 }
 
 bool Injected(char const* call, DWORD& error)

@@ -11,6 +11,8 @@
 
 #include "platform/Types.h"
 #include "platform/sim/SimEventLog.h"
+#include "platform/sim/SimFileSystem.h"
+#include "platform/sim/SimPipes.h"
 #include "platform/sim/SimProcess.h"
 #include "platform/sim/SimRegistry.h"
 #include "platform/sim/SimServices.h"
@@ -39,6 +41,18 @@ public:
 
     // Handles open on the object; kept by World.
     int handleCount = 0;
+};
+
+// An object that the read and write calls work on (files, directories, pipe
+// ends). Each override starts the operation as Windows would: the Ex forms
+// queue their completion routine with World::QueueApc (or fail at once,
+// returning FALSE with the last error set).
+class IoObject : public Object {
+public:
+    virtual BOOL ReadEx(void* buffer, DWORD size, OVERLAPPED* overlapped, LPOVERLAPPED_COMPLETION_ROUTINE routine);
+    virtual BOOL WriteEx(const void* buffer, DWORD size, OVERLAPPED* overlapped,
+                         LPOVERLAPPED_COMPLETION_ROUTINE routine);
+    virtual BOOL Write(const void* buffer, DWORD size, DWORD* written);
 };
 
 // Calls that a test makes fail: the next `times` calls of `call` (the Win32
@@ -109,6 +123,8 @@ public:
     Registry registry;
     ServiceManager services;
     Processes processes;
+    FileSystem files;
+    Pipes pipes;
 
     std::recursive_mutex& Mutex() { return mutex_; }
 

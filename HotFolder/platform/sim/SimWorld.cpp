@@ -56,6 +56,7 @@ void World::Reset()
     processes = Processes{};
     files.Clear();
     pipes.Clear();
+    com.Clear();
     os::SetLastError(0);
 }
 

@@ -10,6 +10,7 @@
 #pragma once
 
 #include "platform/Types.h"
+#include "platform/sim/SimCom.h"
 #include "platform/sim/SimEventLog.h"
 #include "platform/sim/SimFileSystem.h"
 #include "platform/sim/SimPipes.h"
@@ -125,6 +126,7 @@ public:
     Processes processes;
     FileSystem files;
     Pipes pipes;
+    Com com;
 
     std::recursive_mutex& Mutex() { return mutex_; }
 

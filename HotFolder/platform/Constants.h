@@ -23,6 +23,7 @@ inline HKEY const HKEY_LOCAL_MACHINE =
 
 // Win32 error codes used by the system.
 constexpr DWORD ERROR_SUCCESS = 0;
+constexpr DWORD ERROR_INVALID_FUNCTION = 1;
 constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
 constexpr DWORD ERROR_PATH_NOT_FOUND = 3;
 constexpr DWORD ERROR_ACCESS_DENIED = 5;
@@ -35,6 +36,7 @@ constexpr DWORD ERROR_FILE_EXISTS = 80;
 constexpr DWORD ERROR_INVALID_PARAMETER = 87;
 constexpr DWORD ERROR_BROKEN_PIPE = 109;
 constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
+constexpr DWORD ERROR_INVALID_NAME = 123;
 constexpr DWORD ERROR_ALREADY_EXISTS = 183;
 constexpr DWORD ERROR_BAD_PIPE = 230;
 constexpr DWORD ERROR_PIPE_BUSY = 231;
@@ -55,6 +57,7 @@ constexpr DWORD ERROR_FAILED_SERVICE_CONTROLLER_CONNECT = 1063;
 constexpr DWORD ERROR_SERVICE_ALREADY_RUNNING = 1056;
 constexpr DWORD ERROR_SERVICE_DISABLED = 1058;
 constexpr DWORD ERROR_LOGON_FAILURE = 1326;
+constexpr DWORD ERROR_NONE_MAPPED = 1332;
 
 // HRESULTs.
 constexpr HRESULT S_OK = 0;
@@ -144,6 +147,11 @@ constexpr DWORD FILE_ACTION_RENAMED_NEW_NAME = 5;
 // Named pipes.
 constexpr DWORD PIPE_ACCESS_DUPLEX = 3;
 constexpr DWORD PIPE_UNLIMITED_INSTANCES = 255;
+constexpr DWORD PIPE_TYPE_BYTE = 0;
+constexpr DWORD PIPE_TYPE_MESSAGE = 4;
+
+// Processes.
+constexpr DWORD STILL_ACTIVE = 259;  // GetExitCodeProcess of a process that has not ended
 
 // User names.
 constexpr int NameSamCompatible = 2;

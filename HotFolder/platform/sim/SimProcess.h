@@ -3,6 +3,7 @@
 #pragma once
 
 #include "platform/Types.h"
+#include "platform/sim/SimChildProcesses.h"
 
 #include <map>
 #include <string>
@@ -28,6 +29,8 @@ public:
     // Threads created by CreateThread and the count of those that ran to the end.
     int threadsCreated = 0;
     int threadsFinished = 0;
+    // The programs that exist and the processes started from them (CreateProcessW).
+    ChildProcesses children;
 };
 
 }  // namespace hf::sim

@@ -1,0 +1,46 @@
+// hf_launch.exe: the end-to-end tests' way of starting a program under Wine.
+// It starts the command line found in HF_LAUNCH_COMMAND_LINE exactly as given
+// (so the program's GetCommandLineW is that text, byte for byte), waits for
+// the program to end and prints its exit code as Windows returns it, a 32-bit
+// value: the Unix exit status of a Wine process keeps only the low 8 bits.
+#include <windows.h>
+
+#include <cstdio>
+#include <vector>
+
+namespace {
+
+wchar_t const kCommandLineVariable[] = L"HF_LAUNCH_COMMAND_LINE";
+
+}  // namespace
+
+int wmain()
+{
+    DWORD const size = GetEnvironmentVariableW(kCommandLineVariable, nullptr, 0);
+    if (size == 0) {
+        std::fprintf(stderr, "hf_launch: %ls is not set\n", kCommandLineVariable);
+        return 2;
+    }
+    std::vector<wchar_t> commandLine(size);
+    GetEnvironmentVariableW(kCommandLineVariable, commandLine.data(), size);
+    // The program under test gets the environment without the launcher's own variable.
+    SetEnvironmentVariableW(kCommandLineVariable, nullptr);
+
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process{};
+    if (!CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                        &process)) {
+        std::fprintf(stderr, "hf_launch: CreateProcessW failed with %lu\n", GetLastError());
+        return 3;
+    }
+    WaitForSingleObject(process.hProcess, INFINITE);
+    DWORD exitCode = 0;
+    GetExitCodeProcess(process.hProcess, &exitCode);
+    CloseHandle(process.hThread);
+    CloseHandle(process.hProcess);
+
+    std::printf("exit code %ld\n", static_cast<long>(static_cast<LONG>(exitCode)));
+    std::fflush(stdout);
+    return static_cast<int>(exitCode);
+}

@@ -5,6 +5,7 @@
 
 #include "platform/Errors.h"
 #include "platform/EventLog.h"
+#include "platform/Files.h"
 #include "platform/Process.h"
 #include "platform/Registry.h"
 #include "platform/ServiceManager.h"
@@ -110,11 +111,20 @@ struct LocalMemoryTraits {
     static void Close(Type h) noexcept { os::LocalFree(h); }
 };
 
+// Directory listings, closed by FindClose.
+struct FindHandleTraits {
+    using Type = HANDLE;
+    static Type Invalid() noexcept { return reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(-1)); }
+    static bool IsValid(Type h) noexcept { return h != Invalid() && h != nullptr; }
+    static void Close(Type h) noexcept { os::FindClose(h); }
+};
+
 using UniqueFileHandle = UniqueHandle<FileHandleTraits>;
 using UniqueKernelHandle = UniqueHandle<KernelHandleTraits>;
 using UniqueRegistryKey = UniqueHandle<RegistryKeyTraits>;
 using UniqueServiceHandle = UniqueHandle<ServiceHandleTraits>;
 using UniqueEventSource = UniqueHandle<EventSourceTraits>;
 using UniqueLocalMemory = UniqueHandle<LocalMemoryTraits>;
+using UniqueFindHandle = UniqueHandle<FindHandleTraits>;
 
 }  // namespace hf

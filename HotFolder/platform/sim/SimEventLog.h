@@ -21,8 +21,18 @@ struct EventRecord {
 class EventLog {
 public:
     std::vector<EventRecord> const& Records() const { return records_; }
-    void Add(EventRecord record) { records_.push_back(std::move(record)); }
+    void Add(EventRecord record)
+    {
+        ++reported_;
+        if (keepRecords) {
+            records_.push_back(std::move(record));
+        }
+    }
     void Clear() { records_.clear(); }
+    // Every report made since the log was reset, kept or not.
+    std::size_t Reported() const { return reported_; }
+    // False makes the log only count its reports (benchmarks of busy folders).
+    bool keepRecords = true;
 
     // Event ids in report order.
     std::vector<DWORD> Ids() const;
@@ -38,6 +48,7 @@ public:
 
 private:
     std::vector<EventRecord> records_;
+    std::size_t reported_ = 0;
 };
 
 // The text of message `id` in the executable's message table; empty if none.

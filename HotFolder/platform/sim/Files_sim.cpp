@@ -1,0 +1,306 @@
+// Directory change reads, listings, INI files and shell folders of the
+// simulated machine (CreateFileW and the reads and writes are in Io_sim.cpp).
+#include "WideText.h"
+#include "platform/Errors.h"
+#include "platform/Files.h"
+#include "platform/sim/SimCaseFold.h"
+#include "platform/sim/SimFileObjects.h"
+#include "platform/sim/SimProfile.h"
+#include "platform/sim/SimWorld.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+namespace hf::os {
+
+namespace {
+
+constexpr DWORD kFileNotFound = 2;
+constexpr DWORD kPathNotFound = 3;
+constexpr DWORD kInvalidHandle = 6;
+constexpr DWORD kNoMoreFiles = 18;
+constexpr DWORD kFileExists = 80;
+constexpr DWORD kInvalidParameter = 87;
+constexpr DWORD kBufferOverflow = 111;
+constexpr DWORD kAlreadyExists = 183;
+constexpr DWORD kDirectory = 267;
+
+constexpr DWORD kAttributeDirectory = 0x10;
+constexpr DWORD kAttributeNormal = 0x80;
+constexpr DWORD kInvalidFileAttributes = 0xFFFFFFFFu;
+constexpr int kCsidlLocalAppData = 0x001C;
+constexpr HRESULT kOk = 0;
+constexpr HRESULT kFail = static_cast<HRESULT>(0x80004005u);
+constexpr HRESULT kInvalidArg = static_cast<HRESULT>(0x80070057u);
+
+HANDLE const kInvalidHandleValue = reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(-1));
+
+std::u16string const kPipePrefix = u"\\\\.\\PIPE\\";
+
+// Whether a name matches a wildcard pattern (* any run, ? one character), without regard to case.
+bool MatchesPattern(std::u16string_view name, std::u16string_view pattern)
+{
+    if (pattern.empty()) {
+        return name.empty();
+    }
+    if (pattern.front() == u'*') {
+        for (std::size_t skip = 0; skip <= name.size(); ++skip) {
+            if (MatchesPattern(name.substr(skip), pattern.substr(1))) {
+                return true;
+            }
+        }
+        return false;
+    }
+    if (name.empty()) {
+        return false;
+    }
+    if (pattern.front() != u'?' && sim::FoldCase(pattern.front()) != sim::FoldCase(name.front())) {
+        return false;
+    }
+    return MatchesPattern(name.substr(1), pattern.substr(1));
+}
+
+struct FoundEntry {
+    std::u16string name;
+    DWORD attributes = 0;
+    std::size_t size = 0;
+};
+
+// An open listing: the entries as they were when FindFirstFileW ran.
+class FindObject : public sim::Object {
+public:
+    std::vector<FoundEntry> entries;
+    std::size_t next = 0;
+};
+
+void Fill(FoundEntry const& entry, WIN32_FIND_DATAW* data)
+{
+    *data = WIN32_FIND_DATAW{};
+    data->dwFileAttributes = entry.attributes;
+    data->nFileSizeLow = static_cast<DWORD>(entry.size);
+    std::size_t const length = std::min(entry.name.size(), kMaxPath - 1);
+    std::copy_n(entry.name.begin(), length, data->cFileName);
+}
+
+std::vector<FoundEntry> ListPipes(std::u16string const& pattern)
+{
+    std::vector<FoundEntry> entries;
+    for (auto const& name : sim::TheWorld().pipes.Names()) {
+        if (MatchesPattern(name, pattern)) {
+            entries.push_back(FoundEntry{name, kAttributeNormal, 0});
+        }
+    }
+    return entries;
+}
+
+bool ListDirectory(std::u16string const& directory, std::u16string const& pattern, std::vector<FoundEntry>& entries)
+{
+    std::shared_ptr<sim::FileNode> node = sim::TheWorld().files.Find(directory.empty() ? u"\\" : directory);
+    if (!node || !node->isDirectory) {
+        SetLastError(kPathNotFound);
+        return false;
+    }
+    if (node->parent != nullptr) {  // a drive's root has no "." and ".."
+        for (auto const* dots : {u".", u".."}) {
+            if (MatchesPattern(dots, pattern)) {
+                entries.push_back(FoundEntry{dots, kAttributeDirectory, 0});
+            }
+        }
+    }
+    for (auto const& child : node->children) {
+        if (MatchesPattern(child.second->name, pattern)) {
+            entries.push_back(FoundEntry{child.second->name, child.second->attributes, child.second->contents.size()});
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+BOOL ReadDirectoryChangesW(HANDLE directory, void* buffer, DWORD bufferLength, BOOL watchSubtree, DWORD notifyFilter,
+                           DWORD* /*bytesReturned*/, OVERLAPPED* overlapped,
+                           LPOVERLAPPED_COMPLETION_ROUTINE completionRoutine)
+{
+    DWORD error = 0;
+    if (sim::Injected("ReadDirectoryChangesW", error)) {
+        return 0;
+    }
+    auto handle = sim::TheWorld().LookupAs<sim::DirectoryHandle>(directory);
+    if (!handle) {
+        SetLastError(sim::TheWorld().Lookup(directory) ? kInvalidParameter : kInvalidHandle);
+        return 0;
+    }
+    return handle->StartRead(buffer, bufferLength, watchSubtree != 0, notifyFilter, overlapped, completionRoutine);
+}
+
+HANDLE FindFirstFileW(const WCHAR* fileName, WIN32_FIND_DATAW* findData)
+{
+    DWORD error = 0;
+    if (sim::Injected("FindFirstFileW", error)) {
+        return kInvalidHandleValue;
+    }
+    std::u16string const path = fileName ? fileName : u"";
+    auto listing = std::make_shared<FindObject>();
+    if (path.size() > kPipePrefix.size() && AsciiUpper(path.substr(0, kPipePrefix.size())) == kPipePrefix) {
+        listing->entries = ListPipes(path.substr(kPipePrefix.size()));
+    } else {
+        std::size_t const slash = path.rfind(u'\\');
+        std::u16string const directory = slash == std::u16string::npos ? std::u16string() : path.substr(0, slash + 1);
+        std::u16string const pattern = slash == std::u16string::npos ? path : path.substr(slash + 1);
+        if (!ListDirectory(directory, pattern, listing->entries)) {
+            return kInvalidHandleValue;
+        }
+    }
+    if (listing->entries.empty()) {
+        SetLastError(kFileNotFound);
+        return kInvalidHandleValue;
+    }
+    Fill(listing->entries[0], findData);
+    listing->next = 1;
+    return sim::TheWorld().AddHandle(listing);
+}
+
+BOOL FindNextFileW(HANDLE find, WIN32_FIND_DATAW* findData)
+{
+    DWORD error = 0;
+    if (sim::Injected("FindNextFileW", error)) {
+        return 0;
+    }
+    auto listing = sim::TheWorld().LookupAs<FindObject>(find);
+    if (!listing) {
+        SetLastError(kInvalidHandle);
+        return 0;
+    }
+    if (listing->next >= listing->entries.size()) {
+        SetLastError(kNoMoreFiles);
+        return 0;
+    }
+    Fill(listing->entries[listing->next++], findData);
+    return 1;
+}
+
+BOOL FindClose(HANDLE find)
+{
+    if (!sim::TheWorld().LookupAs<FindObject>(find)) {
+        SetLastError(kInvalidHandle);
+        return 0;
+    }
+    sim::TheWorld().CloseHandle(find);
+    return 1;
+}
+
+BOOL CreateDirectoryW(const WCHAR* pathName, void* /*securityAttributes*/)
+{
+    DWORD error = 0;
+    if (sim::Injected("CreateDirectoryW", error)) {
+        return 0;
+    }
+    return sim::TheWorld().files.Create(pathName ? pathName : u"", true, kAttributeDirectory) ? 1 : 0;
+}
+
+DWORD GetFileAttributesW(const WCHAR* fileName)
+{
+    DWORD error = 0;
+    if (sim::Injected("GetFileAttributesW", error)) {
+        return kInvalidFileAttributes;
+    }
+    std::shared_ptr<sim::FileNode> node = sim::TheWorld().files.Find(fileName ? fileName : u"");
+    return node ? node->attributes : kInvalidFileAttributes;
+}
+
+unsigned GetTempFileNameW(const WCHAR* pathName, const WCHAR* prefixString, unsigned unique, WCHAR* tempFileName)
+{
+    DWORD error = 0;
+    if (sim::Injected("GetTempFileNameW", error)) {
+        return 0;
+    }
+    std::u16string directory = pathName ? pathName : u"";
+    if (directory.empty() || directory.back() != u'\\') {
+        directory += u'\\';
+    }
+    std::u16string const prefix = std::u16string(prefixString ? prefixString : u"").substr(0, 3);
+    if (directory.size() + prefix.size() + 8 >= kMaxPath) {
+        SetLastError(kBufferOverflow);
+        return 0;
+    }
+    auto nameFor = [&](unsigned number) {
+        char hex[9];
+        std::snprintf(hex, sizeof hex, "%X", number);
+        return directory + prefix + Widen(hex) + u".TMP";
+    };
+    auto hand = [&](std::u16string const& name, unsigned number) {
+        std::copy(name.begin(), name.end(), tempFileName);
+        tempFileName[name.size()] = 0;
+        return number;
+    };
+    if (unique != 0) {
+        return hand(nameFor(unique & 0xFFFF), unique);
+    }
+    std::shared_ptr<sim::FileNode> folder = sim::TheWorld().files.Find(directory);
+    if (!folder || !folder->isDirectory) {
+        SetLastError(kDirectory);
+        return 0;
+    }
+    // As Windows does, start from the tick count and take the first free number.
+    unsigned const start = (sim::TheWorld().Ticks() & 0xFFFF) == 0 ? 1 : (sim::TheWorld().Ticks() & 0xFFFF);
+    unsigned number = start;
+    do {
+        std::u16string const name = nameFor(number);
+        if (sim::TheWorld().files.Create(name, false, 0x20)) {
+            return hand(name, number);
+        }
+        if (GetLastError() != kAlreadyExists) {
+            return 0;
+        }
+        number = number == 0xFFFF ? 1 : number + 1;
+    } while (number != start);
+    SetLastError(kFileExists);
+    return 0;
+}
+
+DWORD GetPrivateProfileStringW(const WCHAR* appName, const WCHAR* keyName, const WCHAR* defaultValue,
+                               WCHAR* returnedString, DWORD size, const WCHAR* fileName)
+{
+    DWORD error = 0;
+    if (sim::Injected("GetPrivateProfileStringW", error)) {
+        return 0;
+    }
+    if (returnedString == nullptr || size == 0) {
+        return 0;
+    }
+    std::u16string value = defaultValue ? defaultValue : u"";
+    std::shared_ptr<sim::FileNode> file = sim::TheWorld().files.Find(fileName ? fileName : u"");
+    if (file && !file->isDirectory && appName != nullptr && keyName != nullptr) {
+        if (auto found = sim::ReadProfileString(file->contents, appName, keyName)) {
+            value = *found;
+        }
+    } else if (!file) {
+        SetLastError(kFileNotFound);
+    }
+    std::size_t const copied = std::min<std::size_t>(value.size(), size - 1);
+    std::copy_n(value.begin(), copied, returnedString);
+    returnedString[copied] = 0;
+    return static_cast<DWORD>(copied);
+}
+
+HRESULT SHGetFolderPathW(void* /*window*/, int folder, HANDLE /*token*/, DWORD /*flags*/, WCHAR* path)
+{
+    DWORD error = 0;
+    if (sim::Injected("SHGetFolderPathW", error)) {
+        return static_cast<HRESULT>(0x80070000u | (error & 0xFFFFu));
+    }
+    if (folder != kCsidlLocalAppData || path == nullptr) {
+        return kInvalidArg;
+    }
+    auto& world = sim::TheWorld();
+    std::u16string const folderPath = world.files.LocalAppData(world.processes.current.userName);
+    if (!world.files.IsDirectory(folderPath) || folderPath.size() >= kMaxPath) {
+        return kFail;
+    }
+    std::copy(folderPath.begin(), folderPath.end(), path);
+    path[folderPath.size()] = 0;
+    return kOk;
+}
+
+}  // namespace hf::os

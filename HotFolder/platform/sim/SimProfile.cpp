@@ -1,0 +1,113 @@
+#include "platform/sim/SimProfile.h"
+
+#include "WideText.h"
+#include "platform/sim/SimCaseFold.h"
+
+#include <vector>
+
+namespace hf::sim {
+
+namespace {
+
+std::u16string DecodeText(std::string const& bytes)
+{
+    if (bytes.size() >= 2 && static_cast<unsigned char>(bytes[0]) == 0xFF &&
+        static_cast<unsigned char>(bytes[1]) == 0xFE) {
+        std::u16string text;
+        for (std::size_t i = 2; i + 1 < bytes.size(); i += 2) {
+            text += static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) |
+                                          (static_cast<unsigned char>(bytes[i + 1]) << 8));
+        }
+        return text;
+    }
+    if (bytes.size() >= 3 && bytes.compare(0, 3, "\xEF\xBB\xBF") == 0) {
+        return FromUtf8(std::string_view(bytes).substr(3));
+    }
+    return FromUtf8(bytes);
+}
+
+// The blanks the profile reader drops: spaces, tabs and the other white space
+// of the C locale, and the end-of-file mark ^Z.
+bool IsBlank(char16_t c)
+{
+    return c == u' ' || c == u'\t' || c == u'\v' || c == u'\f' || c == 0x1A;
+}
+
+std::u16string Trim(std::u16string const& text)
+{
+    std::size_t begin = 0;
+    std::size_t end = text.size();
+    while (begin < end && IsBlank(text[begin])) {
+        ++begin;
+    }
+    while (end > begin && IsBlank(text[end - 1])) {
+        --end;
+    }
+    return text.substr(begin, end - begin);
+}
+
+std::vector<std::u16string> Lines(std::u16string const& text)
+{
+    std::vector<std::u16string> lines;
+    std::u16string line;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == u'\r' || text[i] == u'\n') {
+            lines.push_back(line);
+            line.clear();
+            if (text[i] == u'\r' && i + 1 < text.size() && text[i + 1] == u'\n') {
+                ++i;
+            }
+        } else {
+            line += text[i];
+        }
+    }
+    lines.push_back(line);
+    return lines;
+}
+
+std::u16string Unquoted(std::u16string value)
+{
+    if (value.size() >= 2 && (value.front() == u'"' || value.front() == u'\'') && value.back() == value.front()) {
+        return value.substr(1, value.size() - 2);
+    }
+    return value;
+}
+
+}  // namespace
+
+std::optional<std::u16string> ReadProfileString(std::string const& bytes, std::u16string const& section,
+                                                std::u16string const& key)
+{
+    std::u16string const wantedSection = FoldCase(section);
+    std::u16string const wantedKey = FoldCase(key);
+    bool inSection = false;
+    for (std::u16string const& raw : Lines(DecodeText(bytes))) {
+        std::u16string const line = Trim(raw);
+        if (line.empty()) {
+            continue;
+        }
+        if (line.front() == u'[') {
+            std::size_t const close = line.rfind(u']');
+            if (close != std::u16string::npos) {
+                inSection = FoldCase(Trim(line.substr(1, close - 1))) == wantedSection;
+                continue;
+            }
+            // A header without its "]" is read as a key line of the current section.
+        }
+        if (!inSection) {
+            continue;
+        }
+        std::size_t const equals = line.find(u'=');
+        std::u16string const name = Trim(line.substr(0, equals));
+        if (FoldCase(name) != wantedKey) {
+            continue;
+        }
+        if (equals == std::u16string::npos) {
+            return std::u16string();
+        }
+        return Unquoted(Trim(line.substr(equals + 1)));
+    }
+    return std::nullopt;
+}
+
+}  // namespace hf::sim

@@ -5,7 +5,8 @@ namespace hf::sim {
 namespace {
 
 // The program name ends at the closing quote when it starts with one, else at
-// the first character up to U+0020; it has no escapes.
+// the first character up to U+0020, which ends it and is dropped (so a name
+// followed by a CR or LF starts the arguments there); it has no escapes.
 std::size_t ReadProgramName(std::u16string const& line, std::u16string& name)
 {
     std::size_t i = 0;
@@ -20,6 +21,9 @@ std::size_t ReadProgramName(std::u16string const& line, std::u16string& name)
     } else {
         while (i < line.size() && line[i] > u' ') {
             name += line[i++];
+        }
+        if (i < line.size()) {
+            ++i;
         }
     }
     return i;

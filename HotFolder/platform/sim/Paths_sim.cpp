@@ -154,9 +154,10 @@ BOOL PathRemoveFileSpecW(WCHAR* path)
         if (*at == u'\\') {
             cut = at;
         } else if (*at == u':') {
+            // A drive's root stays whole: the backslash after the colon is not a separator.
             cut = at + 1;
             if (at[1] == u'\\') {
-                ++cut;
+                cut = ++at + 1;
             }
         }
     }

@@ -1,0 +1,96 @@
+// The fixture of the watcher's native suites: a user whose local
+// application-data folder is C:\Users\clerk\AppData\Local, the watcher's hot
+// folder state, and the steps a story needs (arrange hot folders, start the
+// tree, let the completion routines run, read the pending files and events).
+#pragma once
+
+#include "EventReporter.h"
+#include "SimTest.h"
+#include "watcher/DirectoryWatch.h"
+#include "watcher/HotFolderTree.h"
+#include "watcher/HotFolderWatcher.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace hf::test {
+
+class WatcherTest : public SimTest {
+protected:
+    static constexpr char16_t kAppData[] = u"C:\\Users\\clerk\\AppData\\Local";
+    static constexpr char16_t kRoot[] = u"C:\\Users\\clerk\\AppData\\Local\\Tarnwick Hot Folders";
+
+    // A path below the root.
+    static std::u16string InRoot(std::u16string const& relative) { return std::u16string(kRoot) + u"\\" + relative; }
+
+    // The Desktop.ini text of a hot folder (section and keys as the product writes them).
+    static std::string DesktopIniText(std::string const& input, std::string const& output, std::string const& script)
+    {
+        return "[.ShellClassInfo]\r\nIconResource=C:\\Program Files\\Tarnwick\\hot.ico,0\r\n[Tarnwick]\r\n"
+               "InputFolder=" +
+               input + "\r\nOutputFolder=" + output + "\r\nScript=" + script + "\r\n";
+    }
+
+    // Writes the Desktop.ini of the hot folder `name` below the root.
+    void WriteHotFolder(std::u16string const& name, std::string const& input, std::string const& output = "Out",
+                        std::string const& script = "C:\\Scripts\\stamp.py")
+    {
+        world().files.WriteFile(InRoot(name + u"\\Desktop.ini"), DesktopIniText(input, output, script));
+    }
+
+    // The tree's start-up, as the watcher loop runs it.
+    TreeStart Start() { return StartHotFolderTree(events, rootPath, *rootWatch, watcher); }
+
+    // Lets the queued completion routines run, as the loop's alertable wait does.
+    void RunCompletions() { world().RunApcs(); }
+
+    // The pending files' paths, oldest first.
+    std::vector<std::string> PendingPaths() const
+    {
+        std::vector<std::string> paths;
+        for (auto const& file : watcher.pending.Entries()) {
+            paths.push_back(U8(file.path));
+        }
+        return paths;
+    }
+
+    // The DesktopIniPath of every loaded hot folder, in table order.
+    std::vector<std::string> LoadedHotFolders() const
+    {
+        std::vector<std::string> paths;
+        for (auto const& spec : watcher.specsByIni) {
+            paths.push_back(U8(spec->DesktopIniPath));
+        }
+        return paths;
+    }
+
+    // The watch serving `folder`, or null.
+    DirectoryWatch* WatchOf(std::u16string const& folder) const
+    {
+        auto const entry = watcher.watches.find(folder);
+        return entry == watcher.watches.end() ? nullptr : entry->second;
+    }
+
+    // The insertion strings of every event with this id, as "path|name".
+    std::vector<std::string> EventsWithId(DWORD id) const
+    {
+        std::vector<std::string> texts;
+        for (auto const& record : sim::TheWorld().eventLog.WithId(id)) {
+            std::string text;
+            for (std::size_t i = 0; i < record.strings.size(); ++i) {
+                text += (i > 0 ? "|" : "") + U8(record.strings[i]);
+            }
+            texts.push_back(text);
+        }
+        return texts;
+    }
+
+    EventReporter events{kCategoryUser};
+    std::u16string rootPath;
+    // On the heap: its change buffer is 256 KiB.
+    std::unique_ptr<DirectoryWatch> rootWatch = std::make_unique<DirectoryWatch>();
+    HotFolderWatcher watcher;
+};
+
+}  // namespace hf::test

@@ -139,8 +139,8 @@ def start_server(path, timeout=120):
 def stop_server(path, timeout=60):
     """Stops the prefix's server and everything running in the prefix."""
     path = Path(path)
-    if not path.exists():
-        return
+    if not (path / "system.reg").exists():
+        return  # not a prefix, or never made
     env = wine_environment(path)
     run_detached(["wineserver", "-k"], env, timeout)
     run_detached(["wineserver", "-w"], env, timeout)

@@ -1,0 +1,115 @@
+#!/usr/bin/env python3
+"""Runs TarnwickHotFolder.exe in a fresh Wine prefix and shows what it reports.
+
+The steps, in order (each one a function below, so later roles slot in):
+  1. a fresh prefix, cloned from the build's template, with its own Wine server;
+  2. registration (nothing is registered yet);
+  3. the start-service action, `TarnwickHotFolder.exe -startservice`;
+  4. the service path run by hand, which cannot reach the service dispatcher.
+Every event is printed as the event log viewer renders it, from the message
+texts in HotFolder/service/Messages.mc.
+"""
+import argparse
+import os
+import re
+import sys
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent
+sys.path.insert(0, str(ROOT / "tests" / "wine" / "e2e"))
+
+import winetest  # noqa: E402
+
+EVENT_TYPES = {0: "Success", 1: "Error", 2: "Warning", 4: "Information"}
+
+
+def message_texts():
+    """Message id to text, as windmc stores them: every line ends in CR LF."""
+    lines = (ROOT / "HotFolder" / "service" / "Messages.mc").read_bytes().decode("ascii").split("\r\n")
+    texts = {}
+    message_id = None
+    i = 0
+    while i < len(lines):
+        key, _, value = lines[i].partition("=")
+        if key == "MessageId":
+            message_id = int(value, 0)
+        elif key == "Language":
+            text = []
+            i += 1
+            while lines[i] != ".":
+                text.append(lines[i] + "\r\n")
+                i += 1
+            texts[message_id] = "".join(text)
+        i += 1
+    return texts
+
+
+def render(text, strings):
+    """The viewer's text: %n is a line break, %1 to %99 the insertion strings;
+    anything else after % (the %s of messages 59 and 60) stays as it is."""
+    def insert(match):
+        if match.group(1) == "n":
+            return "\r\n"
+        index = int(match.group(1)) - 1
+        return strings[index] if index < len(strings) else match.group(0)
+    return re.sub(r"%(n|[1-9][0-9]?)", insert, text)
+
+
+def show(title, run, texts):
+    print(f"\n--- {title}")
+    print(f"command line: {run.command_line}")
+    print(f"exit code:    {run.exit_code}")
+    categories = {1: "Service", 2: "User", 3: "Acrobat Plug-In"}
+    for event in run.events:
+        kind = EVENT_TYPES.get(event.type, str(event.type))
+        category = categories.get(event.category, str(event.category))
+        text = render(texts.get(event.event_id, f"(no message {event.event_id})"), event.strings)
+        print(f"  event {event.event_id:2} [{kind}, {category}]")
+        for line in text.rstrip("\r\n").split("\r\n"):
+            print(f"      {line}")
+
+
+def make_prefix(build, path):
+    template = winetest.make_template(build / "wine" / "template")
+    prefix = winetest.Prefix.create(path, template)
+    prefix.start()
+    return prefix
+
+
+def register(prefix):
+    """Registers the product in the prefix. Nothing is registered yet: the
+    service, the COM server and the event source come with later roles."""
+
+
+def start_service(prefix, texts):
+    show("TarnwickHotFolder.exe -startservice", prefix.run(prefix.executable, "-startservice"), texts)
+
+
+def service_path_by_hand(prefix, texts):
+    show("TarnwickHotFolder.exe (the service path, started by hand)", prefix.run(prefix.executable, timeout=120),
+         texts)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
+    parser.add_argument("--build", default=str(ROOT / "build" / "windows"), help="the windows build folder")
+    parser.add_argument("--prefix", default=str(ROOT / "build" / "run" / "prefix"), help="the Wine prefix to make")
+    args = parser.parse_args()
+    build = Path(args.build).resolve()
+    os.environ["HF_EXECUTABLE"] = str(build / "HotFolder" / "TarnwickHotFolder.exe")
+    os.environ["HF_LAUNCHER"] = str(build / "tests" / "wine" / "e2e" / "hf_launch.exe")
+
+    texts = message_texts()
+    print(f"Wine prefix: {args.prefix}")
+    prefix = make_prefix(build, args.prefix)
+    try:
+        register(prefix)
+        start_service(prefix, texts)
+        service_path_by_hand(prefix, texts)
+    finally:
+        prefix.stop()
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

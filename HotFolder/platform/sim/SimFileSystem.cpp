@@ -99,10 +99,12 @@ DWORD NameChangeKind(FileNode const& node)
 }
 
 // Tells every watch that sees `node` about one change of it: the watches of its
-// own directory, and the watches of the subtree of each directory above.
-void Notify(FileNode const& node, DWORD action, DWORD changeKind)
+// own directory, and the watches of the subtree of each directory above. The
+// record carries the node's name, or the spelling of the name that the program
+// making the change used (`spelling`), as NTFS reports it.
+void Notify(FileNode const& node, DWORD action, DWORD changeKind, std::u16string const* spelling = nullptr)
 {
-    std::u16string relative = node.name;
+    std::u16string relative = spelling != nullptr ? *spelling : node.name;
     int depth = 0;
     for (FileNode* directory = node.parent; directory != nullptr; directory = directory->parent, ++depth) {
         auto& watchers = directory->watchers;
@@ -125,6 +127,13 @@ void Detach(FileNode& node)
         node.parent->children.erase(FoldCase(node.name));
         node.parent = nullptr;
     }
+}
+
+// The last component of a full path as it is spelled there.
+std::u16string LeafOf(std::u16string const& path)
+{
+    ParsedPath parsed;
+    return ParsePath(path, parsed) && !parsed.parts.empty() ? parsed.parts.back() : std::u16string();
 }
 
 void Attach(FileNode& directory, std::shared_ptr<FileNode> node)
@@ -345,7 +354,7 @@ void FileSystem::WriteFile(std::u16string const& path, std::string const& bytes)
             throw std::invalid_argument("cannot write a directory as a file");
         }
         existing->second->contents = bytes;
-        ReportModified(*existing->second, kChangeSize | kChangeLastWrite);
+        Notify(*existing->second, kActionModified, kChangeSize | kChangeLastWrite, &parsed.parts.back());
         return;
     }
     std::shared_ptr<FileNode> file = Create(directoryPath + parsed.parts.back(), false, kAttributeArchive);
@@ -375,12 +384,15 @@ void FileSystem::AppendFile(std::u16string const& path, std::string const& bytes
         throw std::invalid_argument("cannot append to a directory");
     }
     file->contents += bytes;
-    ReportModified(*file, kChangeSize | kChangeLastWrite);
+    std::u16string const spelling = LeafOf(path);
+    Notify(*file, kActionModified, kChangeSize | kChangeLastWrite, &spelling);
 }
 
 void FileSystem::Touch(std::u16string const& path)
 {
-    ReportModified(*FindOrThrow(path), kChangeLastWrite);
+    std::shared_ptr<FileNode> node = FindOrThrow(path);
+    std::u16string const spelling = LeafOf(path);
+    Notify(*node, kActionModified, kChangeLastWrite, &spelling);
 }
 
 void FileSystem::Rename(std::u16string const& from, std::u16string const& to)

@@ -3,7 +3,8 @@
 // shell folders of the users.
 //
 // Names compare without regard to case and keep the spelling they were created
-// with, as on NTFS. Every change is reported at once to the directory handles
+// with, as on NTFS; a modification is reported under the spelling the writer
+// used for the file's name. Every change is reported at once to the directory handles
 // that watch it, with Windows' per-record rules: actions 1 to 5, names relative
 // to the watched directory, subfolders only for a watch of the subtree, and
 // only the kinds of change that the watch's filter asks for.

@@ -9,11 +9,19 @@
 # `winetest.py ready` does that, detached from our output; once the server
 # runs it only checks.
 #
-# Usage: run-in-prefix.sh PREFIX TEMPLATE PROGRAM [ARGUMENTS...]
+# Usage: run-in-prefix.sh PREFIX TEMPLATE [NAME=VALUE...] PROGRAM [ARGUMENTS...]
+# (the NAME=VALUE settings go into the program's environment).
 set -e
 prefix=$1
 template=$2
 shift 2
+while [ $# -gt 0 ]; do
+    case $1 in
+    *=*) export "$1" ;;
+    *) break ;;
+    esac
+    shift
+done
 python3 "$(dirname "$0")/e2e/winetest.py" ready "$prefix" --template "$template"
 unset DISPLAY WAYLAND_DISPLAY
 export WINEPREFIX="$prefix" WINEDEBUG="${HF_WINEDEBUG:--all}" WINEDLLOVERRIDES="mscoree,mshtml="

@@ -24,5 +24,5 @@ while [ $# -gt 0 ]; do
 done
 python3 "$(dirname "$0")/e2e/winetest.py" ready "$prefix" --template "$template"
 unset DISPLAY WAYLAND_DISPLAY
-export WINEPREFIX="$prefix" WINEDEBUG="${HF_WINEDEBUG:--all}" WINEDLLOVERRIDES="mscoree,mshtml="
+export WINEPREFIX="$prefix" WINEDEBUG="${HF_WINEDEBUG:--all}" WINEDLLOVERRIDES="mscoree,mshtml=" LC_ALL=C.UTF-8
 exec wine "$@"

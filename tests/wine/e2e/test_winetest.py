@@ -3,7 +3,7 @@
 (as Wine 8 writes them) and quoting arguments for a Windows command line."""
 import unittest
 
-from winetest import decode_debugstr, parse_events, quote_argument
+from winetest import Prefix, decode_debugstr, parse_events, quote_argument
 
 TRACE = r"""0114:fixme:advapi:RegisterEventSourceW ((null),L"Tarnwick Hot Folders"): stub
 0114:fixme:advapi:ReportEventW (00000000CAFE4242,0x0004,0x0002,0x00000013,000000000034CB34,0x0001,0x00000000,000000000021FB90,0000000000000000): stub
@@ -50,6 +50,18 @@ class Quoting(unittest.TestCase):
         ]
         for argument, quoted in cases:
             self.assertEqual(quote_argument(argument), quoted, argument)
+
+
+class RegistryOfAPrefix(unittest.TestCase):
+    def test_values_written_with_reg_add_read_back_and_missing_ones_are_none(self):
+        with Prefix.for_test("registry") as prefix:
+            key = "HKLM\\Software\\Tarnwick\\AcrobatPath"
+            prefix.reg_add(key, data="C:\\Program Files\\Acrobat\\Acrobat.exe")
+            prefix.reg_add(key, "Named", "h\u00e9")
+            self.assertIn("C:\\Program Files\\Acrobat\\Acrobat.exe", prefix.reg_query(key))
+            self.assertIn("h\u00e9", prefix.reg_query(key, "Named"))
+            self.assertIsNone(prefix.reg_query(key, "Missing"))
+            self.assertIsNone(prefix.reg_query("HKLM\\Software\\Tarnwick\\Absent"))
 
 
 if __name__ == "__main__":

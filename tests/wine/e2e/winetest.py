@@ -54,11 +54,13 @@ SERVER_ALREADY_RUNNING = 2
 
 def wine_environment(prefix, debug="-all", extra=None):
     """The environment for Wine programs in `prefix`: no display, no Mono or
-    Gecko installers, and the given trace channels."""
+    Gecko installers, the given trace channels, and a UTF-8 locale, so Wine
+    turns arguments, environment and console output to and from UTF-16 as
+    UTF-8 whatever the caller's locale is."""
     env = dict(os.environ)
     for name in ("DISPLAY", "WAYLAND_DISPLAY"):
         env.pop(name, None)
-    env.update(WINEPREFIX=str(prefix), WINEDEBUG=debug, WINEDLLOVERRIDES="mscoree,mshtml=")
+    env.update(WINEPREFIX=str(prefix), WINEDEBUG=debug, WINEDLLOVERRIDES="mscoree,mshtml=", LC_ALL="C.UTF-8")
     if extra:
         env.update(extra)
     return env
@@ -320,10 +322,11 @@ class Prefix:
 
     def wine(self, *arguments, timeout=60, check=True):
         """Runs `wine ARGUMENTS...` (a Wine tool such as reg) and returns it
-        completed, its output decoded."""
+        completed, its output decoded. Console tools write redirected output
+        in the OEM code page, 437 for the en-US locale that C.UTF-8 gives."""
         result = subprocess.run(["wine", *arguments], env=self.environment(), stdin=subprocess.DEVNULL,
                                 capture_output=True, timeout=timeout, check=False)
-        result.stdout = result.stdout.decode("utf-8", "replace")
+        result.stdout = result.stdout.decode("cp437")
         if check and result.returncode != 0:
             raise RuntimeError(f"wine {' '.join(arguments)} exited with {result.returncode}: "
                                f"{result.stderr.decode('utf-8', 'replace')}")

@@ -16,6 +16,13 @@ SimTest::~SimTest()
     sim::TheWorld().Reset();
 }
 
+void SimTest::NewProcess()
+{
+    sim::TheWorld().EndProcess();
+    RecreateCommandQueue();
+    baselineHandles_ = static_cast<long>(sim::TheWorld().OpenHandleCount());
+}
+
 std::vector<std::string> SimTest::RenderedEvents() const
 {
     std::vector<std::string> texts;

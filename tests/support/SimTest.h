@@ -20,6 +20,10 @@ protected:
 
     sim::World& world() { return sim::TheWorld(); }
 
+    // Ends the simulated process (its handles close) and starts a fresh one
+    // on the same machine: registry, files, services and event log stay.
+    void NewProcess();
+
     // The event log as the viewer shows it, one rendered text per report, UTF-8.
     std::vector<std::string> RenderedEvents() const;
     // Event ids in report order.

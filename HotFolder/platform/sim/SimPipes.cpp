@@ -154,10 +154,9 @@ void PipeInstance::Close(PipeSide side)
         Complete(read, ERROR_OPERATION_ABORTED, 0);
     }
     if (side == PipeSide::Server) {
-        if (OVERLAPPED* connect = std::exchange(pendingConnect_, nullptr)) {
-            if (connect->hEvent != nullptr) {
-                os::SetEvent(connect->hEvent);
-            }
+        OVERLAPPED* const connect = std::exchange(pendingConnect_, nullptr);
+        if (connect != nullptr && !TheWorld().ProcessEnding() && connect->hEvent != nullptr) {
+            os::SetEvent(connect->hEvent);
         }
     }
     PipeSide const other = Other(side);
@@ -193,6 +192,9 @@ void PipeInstance::Deliver(PipeSide side)
 
 void PipeInstance::Complete(PendingRead const& read, DWORD error, DWORD bytes)
 {
+    if (TheWorld().ProcessEnding()) {
+        return;  // the reader's process is gone with its memory
+    }
     if (read.overlapped != nullptr) {
         read.overlapped->InternalHigh = bytes;
     }

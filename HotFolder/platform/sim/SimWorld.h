@@ -117,6 +117,13 @@ public:
     // Removes the handle; false when it was not open.
     bool CloseHandle(HANDLE handle);
     std::size_t OpenHandleCount() const { return handles_.size(); }
+    // What the end of the simulated process does: its queued completions are
+    // dropped and every handle it holds is closed, so a later run starts as a
+    // new process would (pipe instances gone, files closed).
+    void EndProcess();
+    // True while EndProcess closes the handles: the process's memory is gone, so
+    // objects must not write into its OVERLAPPEDs or signal through them.
+    bool ProcessEnding() const { return processEnding_; }
 
     // --- facilities ------------------------------------------------------------------
     FaultPlan faults;
@@ -143,6 +150,7 @@ private:
     std::map<std::uintptr_t, std::shared_ptr<Object>> handles_;
     std::uintptr_t nextHandle_ = 0x1000;
     int exhaustedWaits_ = 0;
+    bool processEnding_ = false;
 };
 
 // Shorthand for tests and the backend.

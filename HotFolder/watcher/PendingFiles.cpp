@@ -5,36 +5,50 @@
 
 namespace hf {
 
-bool PendingFiles::ByPath::operator()(Position a, Position b) const
+bool PendingFiles::ByPath::operator()(Entry const& a, Entry const& b) const
 {
-    return PathLess(a->path, b->path);
+    return PathLess(a.file.path, b.file.path);
 }
 
-bool PendingFiles::ByPath::operator()(Position a, std::u16string const& b) const
+bool PendingFiles::ByPath::operator()(Entry const& a, std::u16string const& b) const
 {
-    return PathLess(a->path, b);
+    return PathLess(a.file.path, b);
 }
 
-bool PendingFiles::ByPath::operator()(std::u16string const& a, Position b) const
+bool PendingFiles::ByPath::operator()(std::u16string const& a, Entry const& b) const
 {
-    return PathLess(a, b->path);
+    return PathLess(a, b.file.path);
+}
+
+void PendingFiles::Unlink(Entry const& entry)
+{
+    (entry.older != nullptr ? entry.older->newer : oldest_) = entry.newer;
+    (entry.newer != nullptr ? entry.newer->older : newest_) = entry.older;
+    entry.older = nullptr;
+    entry.newer = nullptr;
+}
+
+void PendingFiles::Append(Entry const& entry)
+{
+    entry.older = newest_;
+    (newest_ != nullptr ? newest_->newer : oldest_) = &entry;
+    newest_ = &entry;
 }
 
 void PendingFiles::Touch(std::u16string const& path)
 {
     DWORD const now = os::GetTickCount();
-    auto const found = index_.find(path);
-    if (found == index_.end()) {
-        order_.push_back(PendingFile{path, now, {}});
-        index_.insert(std::prev(order_.end()));
+    // One search serves both cases: the place found is where a new entry goes.
+    auto const place = index_.lower_bound(path);
+    if (place != index_.end() && !PathLess(path, place->file.path)) {
+        place->file.path = path;
+        place->file.lastTouched = now;
+        place->file.dispatchedTo.clear();
+        Unlink(*place);
+        Append(*place);
         return;
     }
-    // The new spelling is equivalent under the index's order, so the entry keeps its place there.
-    Position const entry = *found;
-    entry->path = path;
-    entry->lastTouched = now;
-    entry->dispatchedTo.clear();
-    order_.splice(order_.end(), order_, entry);
+    Append(*index_.emplace_hint(place, PendingFile{path, now, {}}));
 }
 
 void PendingFiles::Forget(std::u16string const& path)
@@ -43,15 +57,15 @@ void PendingFiles::Forget(std::u16string const& path)
     if (found == index_.end()) {
         return;
     }
-    Position const entry = *found;
+    Unlink(*found);
     index_.erase(found);
-    order_.erase(entry);
 }
 
 void PendingFiles::PopFront()
 {
-    index_.erase(order_.begin());
-    order_.pop_front();
+    auto const front = index_.find(oldest_->file.path);
+    Unlink(*front);
+    index_.erase(front);
 }
 
 DWORD SettleTimeLeft(PendingFile const& file)

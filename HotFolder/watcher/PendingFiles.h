@@ -7,7 +7,6 @@
 
 #include "platform/Types.h"
 
-#include <list>
 #include <set>
 #include <string>
 
@@ -27,7 +26,12 @@ struct PendingFile {
 };
 
 // First in, first out, with one entry per path (paths compared by PathLess).
+// Each entry lives in a node of the ordered index and is linked from there
+// into the queue's order, so a file costs one node besides its path's text and
+// a look-up walks one node per level of the index.
 class PendingFiles {
+    struct Entry;
+
 public:
     PendingFiles() = default;
     PendingFiles(const PendingFiles&) = delete;
@@ -39,29 +43,61 @@ public:
     // The file went away (removed or renamed from): it leaves the queue, if it is there.
     void Forget(std::u16string const& path);
 
-    bool IsEmpty() const { return order_.empty(); }
+    bool IsEmpty() const { return oldest_ == nullptr; }
     // The file touched longest ago; its dispatchedTo may be updated in place.
-    PendingFile& Front() { return order_.front(); }
-    PendingFile const& Front() const { return order_.front(); }
+    PendingFile& Front() { return oldest_->file; }
+    PendingFile const& Front() const { return oldest_->file; }
+    // The file touched last.
+    PendingFile const& Back() const { return newest_->file; }
     void PopFront();
 
-    std::size_t Size() const { return order_.size(); }
-    // The files, the one touched longest ago first.
-    std::list<PendingFile> const& Entries() const { return order_; }
+    std::size_t Size() const { return index_.size(); }
+
+    // The files in queue order, the one touched longest ago first.
+    class const_iterator {
+    public:
+        explicit const_iterator(Entry const* entry) : entry_(entry) {}
+        PendingFile const& operator*() const { return entry_->file; }
+        PendingFile const* operator->() const { return &entry_->file; }
+        const_iterator& operator++()
+        {
+            entry_ = entry_->newer;
+            return *this;
+        }
+        bool operator==(const_iterator const& other) const { return entry_ == other.entry_; }
+        bool operator!=(const_iterator const& other) const { return entry_ != other.entry_; }
+
+    private:
+        Entry const* entry_;
+    };
+    const_iterator begin() const { return const_iterator(oldest_); }
+    const_iterator end() const { return const_iterator(nullptr); }
 
 private:
-    using Position = std::list<PendingFile>::iterator;
-
-    // Orders the index by the path of the entry it points to, and finds by path alone.
-    struct ByPath {
-        using is_transparent = void;
-        bool operator()(Position a, Position b) const;
-        bool operator()(Position a, std::u16string const& b) const;
-        bool operator()(std::u16string const& a, Position b) const;
+    // The file and its place in the queue may change while it sits in the
+    // index: its path changes only to an equivalent spelling, so its place in
+    // the index never does.
+    struct Entry {
+        explicit Entry(PendingFile file) : file(std::move(file)) {}
+        mutable PendingFile file;
+        mutable Entry const* older = nullptr;
+        mutable Entry const* newer = nullptr;
     };
 
-    std::list<PendingFile> order_;
-    std::set<Position, ByPath> index_;
+    // Orders the index by path, and finds by path alone.
+    struct ByPath {
+        using is_transparent = void;
+        bool operator()(Entry const& a, Entry const& b) const;
+        bool operator()(Entry const& a, std::u16string const& b) const;
+        bool operator()(std::u16string const& a, Entry const& b) const;
+    };
+
+    void Unlink(Entry const& entry);
+    void Append(Entry const& entry);
+
+    std::set<Entry, ByPath> index_;
+    Entry const* oldest_ = nullptr;
+    Entry const* newest_ = nullptr;
 };
 
 // Milliseconds that `file` must still be left alone before it is ready, 0 when

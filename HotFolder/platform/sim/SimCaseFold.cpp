@@ -1,10 +1,17 @@
 #include "platform/sim/SimCaseFold.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 
 namespace hf::sim {
 
 namespace {
+
+char16_t FoldAscii(char16_t c)
+{
+    return (c >= u'a' && c <= u'z') ? static_cast<char16_t>(c - 0x20) : c;
+}
 
 // Latin Extended-A pairs capital and small letters as neighbours; which of the
 // two comes first changes twice in the block.
@@ -26,7 +33,7 @@ char16_t FoldLatinExtendedA(char16_t c)
 char16_t FoldCase(char16_t c)
 {
     if (c < 0x80) {
-        return (c >= u'a' && c <= u'z') ? static_cast<char16_t>(c - 0x20) : c;
+        return FoldAscii(c);
     }
     if (c >= 0xE0 && c <= 0xFE && c != 0xF7) {
         return static_cast<char16_t>(c - 0x20);
@@ -67,12 +74,22 @@ std::u16string FoldCase(std::u16string_view text)
 int CompareFolded(std::u16string_view a, std::u16string_view b)
 {
     // Paths in one table share long prefixes; identical code units fold alike,
-    // so the folding starts where the spellings first differ.
+    // so the identical prefix is skipped four code units at a time and the
+    // folding starts where the spellings first differ.
     std::size_t const common = std::min(a.size(), b.size());
-    auto const firstDifference = std::mismatch(a.begin(), a.begin() + static_cast<std::ptrdiff_t>(common), b.begin());
-    for (std::size_t i = static_cast<std::size_t>(firstDifference.first - a.begin()); i < common; ++i) {
-        char16_t const x = FoldCase(a[i]);
-        char16_t const y = FoldCase(b[i]);
+    std::size_t i = 0;
+    for (; i + 4 <= common; i += 4) {
+        std::uint64_t x;
+        std::uint64_t y;
+        std::memcpy(&x, a.data() + i, sizeof x);
+        std::memcpy(&y, b.data() + i, sizeof y);
+        if (x != y) {
+            break;
+        }
+    }
+    for (; i < common; ++i) {
+        char16_t const x = a[i] < 0x80 ? FoldAscii(a[i]) : FoldCase(a[i]);
+        char16_t const y = b[i] < 0x80 ? FoldAscii(b[i]) : FoldCase(b[i]);
         if (x != y) {
             return x < y ? -1 : 1;
         }

@@ -16,6 +16,7 @@ constexpr DWORD kAccessDenied = 5;
 constexpr DWORD kFileExists = 80;
 constexpr DWORD kAlreadyExists = 183;
 constexpr DWORD kInvalidName = 123;
+constexpr std::size_t kMaxPath = 260;
 
 constexpr DWORD kCreateNew = 1;
 constexpr DWORD kCreateAlways = 2;
@@ -161,30 +162,54 @@ void FileSystem::Clear()
 
 std::shared_ptr<FileNode> FileSystem::Find(std::u16string const& path) const
 {
-    ParsedPath parsed;
-    if (!ParsePath(path, parsed)) {
-        os::SetLastError(kPathNotFound);
-        return nullptr;
-    }
-    auto drive = drives_.find(parsed.drive);
+    // Every platform call that names a file comes through here, so the walk
+    // makes no copies: each component is folded into a buffer on the stack.
+    bool const rooted =
+        path.size() >= 2 && path[1] == u':' && (path.size() == 2 || path[2] == u'\\' || path[2] == u'/');
+    char16_t const driveName[2] = {rooted ? FoldCase(path[0]) : u'\0', u':'};
+    auto const drive = rooted ? drives_.find(std::u16string_view(driveName, 2)) : drives_.end();
     if (drive == drives_.end()) {
         os::SetLastError(kPathNotFound);
         return nullptr;
     }
-    std::shared_ptr<FileNode> node = drive->second;
-    for (std::size_t i = 0; i < parsed.parts.size(); ++i) {
-        auto child = node->children.find(FoldCase(parsed.parts[i]));
-        if (child == node->children.end()) {
-            os::SetLastError(i + 1 == parsed.parts.size() ? kFileNotFound : kPathNotFound);
-            return nullptr;
+    // The directories walked so far, so that ".." can climb back.
+    constexpr std::size_t kMaxDepth = 160;
+    std::shared_ptr<FileNode> const* trail[kMaxDepth];
+    std::size_t depth = 0;
+    trail[depth++] = &drive->second;
+    char16_t folded[kMaxPath];
+    std::size_t begin = 2;
+    while (begin < path.size()) {
+        std::size_t end = begin;
+        while (end < path.size() && path[end] != u'\\' && path[end] != u'/') {
+            ++end;
         }
-        node = child->second;
-        if (!node->isDirectory && i + 1 < parsed.parts.size()) {
+        std::u16string_view const part(path.data() + begin, end - begin);
+        bool const last = path.find_first_not_of(u"\\/", end) == std::u16string::npos;
+        begin = end + 1;
+        if (part.empty() || part == u".") {
+            continue;
+        }
+        if (part == u"..") {
+            depth = depth > 1 ? depth - 1 : depth;
+            continue;
+        }
+        FileNode const& directory = **trail[depth - 1];
+        if (!directory.isDirectory || part.size() > kMaxPath || depth == kMaxDepth) {
             os::SetLastError(kPathNotFound);
             return nullptr;
         }
+        for (std::size_t i = 0; i < part.size(); ++i) {
+            folded[i] = FoldCase(part[i]);
+        }
+        auto const child = directory.children.find(std::u16string_view(folded, part.size()));
+        if (child == directory.children.end()) {
+            os::SetLastError(last ? kFileNotFound : kPathNotFound);
+            return nullptr;
+        }
+        trail[depth++] = &child->second;
     }
-    return node;
+    return *trail[depth - 1];
 }
 
 std::shared_ptr<FileNode> FileSystem::Create(std::u16string const& path, bool directory, DWORD attributes)

@@ -12,6 +12,7 @@
 
 #include "platform/Types.h"
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -29,8 +30,8 @@ struct FileNode {
     std::string contents;
     // Null for a drive's root and for a node that has been removed.
     FileNode* parent = nullptr;
-    // By upper-case-folded name.
-    std::map<std::u16string, std::shared_ptr<FileNode>> children;
+    // By upper-case-folded name (found by a folded view as well).
+    std::map<std::u16string, std::shared_ptr<FileNode>, std::less<>> children;
     // Directory handles opened on this directory; those with a change read get its records.
     std::vector<std::weak_ptr<DirectoryHandle>> watchers;
 };
@@ -100,7 +101,7 @@ private:
     std::shared_ptr<FileNode> EnsureDirectory(std::u16string const& path);
 
     // By upper-case-folded drive ("C:").
-    std::map<std::u16string, std::shared_ptr<FileNode>> drives_;
+    std::map<std::u16string, std::shared_ptr<FileNode>, std::less<>> drives_;
     // By upper-case-folded user name.
     std::map<std::u16string, std::u16string> localAppData_;
 };

@@ -13,7 +13,7 @@ protected:
     std::vector<std::string> Paths() const
     {
         std::vector<std::string> paths;
-        for (auto const& file : pending.Entries()) {
+        for (auto const& file : pending) {
             paths.push_back(U8(file.path));
         }
         return paths;
@@ -35,8 +35,8 @@ TEST_F(PendingQueueTest, ATouchQueuesAFileOnceAndMovesItToTheBackWithAFreshTick)
 
     EXPECT_EQ(Paths(), (std::vector<std::string>{"D:\\In\\b.pdf", "D:\\In\\c.pdf", "D:\\In\\a.pdf"}));
     EXPECT_EQ(pending.Size(), 3u);
-    EXPECT_EQ(pending.Entries().back().lastTouched, world().Ticks());
-    EXPECT_TRUE(pending.Entries().back().dispatchedTo.empty()) << "a touch starts the hot folders afresh";
+    EXPECT_EQ(pending.Back().lastTouched, world().Ticks());
+    EXPECT_TRUE(pending.Back().dispatchedTo.empty()) << "a touch starts the hot folders afresh";
     EXPECT_EQ(pending.Front().lastTouched, 10u);
 }
 
@@ -174,7 +174,7 @@ TEST_F(PendingFilesTest, RenamingWithinTheFolderForgetsTheOldNameAndQueuesTheNew
     RunCompletions();
 
     EXPECT_EQ(PendingPaths(), (std::vector<std::string>{"D:\\In\\other.pdf", "D:\\In\\final.pdf"}));
-    EXPECT_EQ(watcher.pending.Entries().back().lastTouched, world().Ticks()) << "a fresh settle time";
+    EXPECT_EQ(watcher.pending.Back().lastTouched, world().Ticks()) << "a fresh settle time";
 }
 
 TEST_F(PendingFilesTest, RenamingIntoTheFolderQueuesAndRenamingOutForgets)
@@ -216,7 +216,7 @@ TEST_F(PendingFilesTest, ARecordSpelledInAnotherCaseRefreshesTheEntryAndRespells
 
     EXPECT_EQ(EventsWithId(MSG_FILE_MODIFIED).back(), "D:\\In|REPORT.PDF");
     EXPECT_EQ(PendingPaths(), (std::vector<std::string>{"D:\\In\\other.pdf", "D:\\In\\REPORT.PDF"}));
-    EXPECT_EQ(SettleTimeLeft(watcher.pending.Entries().back()), 2000u);
+    EXPECT_EQ(SettleTimeLeft(watcher.pending.Back()), 2000u);
 }
 
 TEST_F(PendingFilesTest, TwoHotFoldersOnOneFolderGetEachFileInDesktopIniPathOrder)

@@ -49,7 +49,7 @@ protected:
     std::vector<std::string> PendingPaths() const
     {
         std::vector<std::string> paths;
-        for (auto const& file : watcher.pending.Entries()) {
+        for (auto const& file : watcher.pending) {
             paths.push_back(U8(file.path));
         }
         return paths;

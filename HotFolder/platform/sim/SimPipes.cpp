@@ -119,7 +119,8 @@ BOOL PipeInstance::Connect(OVERLAPPED* overlapped)
         return FALSE;
     }
     if (overlapped != nullptr) {
-        pendingConnect_ = overlapped;
+        connectPending_ = true;
+        connectEvent_ = overlapped->hEvent;
         os::SetLastError(ERROR_IO_PENDING);
         return FALSE;
     }
@@ -131,13 +132,7 @@ void PipeInstance::AcceptClient()
 {
     clientCame_ = true;
     open_[Index(PipeSide::Client)] = true;
-    if (OVERLAPPED* connect = std::exchange(pendingConnect_, nullptr)) {
-        connect->Internal = 0;
-        connect->InternalHigh = 0;
-        if (connect->hEvent != nullptr) {
-            os::SetEvent(connect->hEvent);
-        }
-    }
+    SignalConnect();
     if (onClientCame) {
         onClientCame();
     }
@@ -154,10 +149,7 @@ void PipeInstance::Close(PipeSide side)
         Complete(read, ERROR_OPERATION_ABORTED, 0);
     }
     if (side == PipeSide::Server) {
-        OVERLAPPED* const connect = std::exchange(pendingConnect_, nullptr);
-        if (connect != nullptr && !TheWorld().ProcessEnding() && connect->hEvent != nullptr) {
-            os::SetEvent(connect->hEvent);
-        }
+        SignalConnect();
     }
     PipeSide const other = Other(side);
     for (auto const& read : std::exchange(reads_[Index(other)], {})) {
@@ -190,14 +182,18 @@ void PipeInstance::Deliver(PipeSide side)
     }
 }
 
+void PipeInstance::SignalConnect()
+{
+    if (std::exchange(connectPending_, false) && connectEvent_ != nullptr) {
+        os::SetEvent(connectEvent_);
+    }
+}
+
+// The OVERLAPPEDs are never written: an end may close because its process
+// ended, when the memory behind them is gone (and the routines queued then
+// are dropped with the process). Nothing reads them back.
 void PipeInstance::Complete(PendingRead const& read, DWORD error, DWORD bytes)
 {
-    if (TheWorld().ProcessEnding()) {
-        return;  // the reader's process is gone with its memory
-    }
-    if (read.overlapped != nullptr) {
-        read.overlapped->InternalHigh = bytes;
-    }
     LPOVERLAPPED_COMPLETION_ROUTINE const routine = read.routine;
     OVERLAPPED* const overlapped = read.overlapped;
     TheWorld().QueueApc([routine, error, bytes, overlapped] {

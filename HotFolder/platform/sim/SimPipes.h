@@ -78,13 +78,16 @@ private:
     // Hands arrived bytes to the side's pending reads, oldest first.
     void Deliver(PipeSide side);
     static void Complete(PendingRead const& read, DWORD error, DWORD bytes);
+    void SignalConnect();
     // Why `side` cannot transfer now (0 when it can).
     DWORD WriteBlocker(PipeSide side) const;
 
     std::u16string name_;
     std::array<bool, 2> open_ = {true, false};
     bool clientCame_ = false;
-    OVERLAPPED* pendingConnect_ = nullptr;
+    // An overlapped ConnectNamedPipe waits; its event is signalled when it ends.
+    bool connectPending_ = false;
+    HANDLE connectEvent_ = nullptr;
     std::array<std::deque<BYTE>, 2> inbound_;
     std::array<std::deque<PendingRead>, 2> reads_;
 };

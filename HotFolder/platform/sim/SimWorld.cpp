@@ -49,6 +49,7 @@ void World::Reset()
     handles_.clear();
     nextHandle_ = 0x1000;
     exhaustedWaits_ = 0;
+    timedOutWaits_ = 0;
     faults.Clear();
     eventLog = EventLog{};
     registry.Clear();
@@ -126,6 +127,9 @@ DWORD World::Wait(std::function<bool()> const& ready, DWORD timeout, bool alerta
         bool const timed = timeout != kInfinite;
         if (timed && (schedule_.empty() || schedule_.begin()->first.first > deadline)) {
             elapsed_ = deadline;
+            if (timeout != 0) {
+                ++timedOutWaits_;
+            }
             return kWaitTimeout;
         }
         if (schedule_.empty()) {

@@ -105,6 +105,10 @@ public:
     DWORD Wait(std::function<bool()> const& ready, DWORD timeout, bool alertable);
     // Counts the waits that ran out of script (see Wait).
     int ExhaustedWaits() const { return exhaustedWaits_; }
+    // Counts the waits that ended because a non-zero time-out passed: how often
+    // a waiting loop woke up by the clock rather than for an event. (A zero
+    // time-out is a poll, not a sleep.)
+    int TimedOutWaits() const { return timedOutWaits_; }
 
     // --- kernel objects --------------------------------------------------------------
     HANDLE AddHandle(std::shared_ptr<Object> object);
@@ -150,6 +154,7 @@ private:
     std::map<std::uintptr_t, std::shared_ptr<Object>> handles_;
     std::uintptr_t nextHandle_ = 0x1000;
     int exhaustedWaits_ = 0;
+    int timedOutWaits_ = 0;
     bool processEnding_ = false;
 };
 

@@ -1,0 +1,335 @@
+// Whole-watcher stories: the real RunWatcher on the simulated machine, with a
+// hot folder tree, Acrobat whose plug-in answers every job, and (when a story
+// has one) a service that connects back when the watcher announces itself and
+// switches it over the control pipe. Each story is scripted on the virtual
+// clock; the watcher runs until the script is exhausted and its wait fails.
+#include "SimTest.h"
+#include "acrobat/AcrobatLauncher.h"
+#include "acrobat/JobMessage.h"
+#include "platform/Com.h"
+#include "platform/sim/SimPipePeers.h"
+#include "supervisor/Command.h"
+#include "supervisor/WatcherLinks.h"
+#include "watcher/RunWatcher.h"
+
+#include <optional>
+
+namespace hf::test {
+namespace {
+
+constexpr char16_t kAcrobatExe[] = u"C:\\Program Files\\Adobe\\Acrobat\\Acrobat.exe";
+constexpr char16_t kPlugInPipe[] = u"\\\\.\\pipe\\Tarnwick_PlugIn_OFFICE_clerk";
+constexpr char16_t kWatcherPipe[] = u"\\\\.\\pipe\\Tarnwick_FolderWatcher_OFFICE_clerk";
+constexpr char16_t kRoot[] = u"C:\\Users\\clerk\\AppData\\Local\\Tarnwick Hot Folders";
+constexpr char16_t kScript[] = u"C:\\Scripts\\stamp.py";
+
+// The service as the watcher sees it: a FolderService whose ConnectWatcher
+// makes the service connect back and write its current command, as the
+// supervisor does, through the service's own protocol code.
+class FakeFolderService : public os::IFolderService {
+public:
+    HRESULT QueryInterface(os::GUID const&, void** object) override
+    {
+        *object = this;
+        AddRef();
+        return S_OK;
+    }
+    std::uint32_t AddRef() override { return ++references; }
+    std::uint32_t Release() override { return --references; }
+    HRESULT GetTypeInfoCount(unsigned*) override { return E_NOTIMPL; }
+    HRESULT GetTypeInfo(unsigned, DWORD, void**) override { return E_NOTIMPL; }
+    HRESULT GetIDsOfNames(os::GUID const&, WCHAR**, unsigned, DWORD, LONG*) override { return E_NOTIMPL; }
+    HRESULT Invoke(LONG, os::GUID const&, DWORD, WORD, void*, void*, void*, unsigned*) override { return E_NOTIMPL; }
+    HRESULT IsUserInstalled(os::BSTR, os::VARIANT_BOOL*) override { return E_NOTIMPL; }
+    HRESULT InstallUser(os::BSTR, os::BSTR) override { return E_NOTIMPL; }
+    HRESULT UninstallUser(os::BSTR) override { return E_NOTIMPL; }
+    HRESULT ConnectWatcher(os::BSTR pipeName) override
+    {
+        std::u16string const name = pipeName;
+        announced.push_back(name);
+        sim::TheWorld().After(0, [this, name] { ConnectToWatcher(name, links, events, currentCommand); });
+        return S_OK;
+    }
+
+    // The service relays a command to every watcher it is linked to.
+    void Broadcast(DWORD code)
+    {
+        if (code != CMD_STOP) {
+            currentCommand = code;
+        }
+        BroadcastCommand(code, links, events);
+    }
+    // The service process ends: its pipe ends close.
+    void Exit()
+    {
+        for (auto const& link : links) {
+            os::CloseHandle(link.second.pipe);
+        }
+        links.clear();
+    }
+
+    EventReporter events{kCategoryService};
+    WatcherLinks links;
+    DWORD currentCommand = CMD_RUN;
+    std::vector<std::u16string> announced;
+    std::uint32_t references = 0;
+};
+
+class WatcherLoopTest : public SimTest {
+protected:
+    WatcherLoopTest()
+    {
+        world().registry.SetString(HKEY_LOCAL_MACHINE, kAcrobatPathKey, u"", kAcrobatExe);
+        plugIn = sim::ScriptedPipeServer::Create(kPlugInPipe);
+        auto server = plugIn;
+        world().processes.children.AddImage(kAcrobatExe,
+                                            [server](auto const& process) { server->RunInside(process, 0); });
+        world().files.MakeDirectory(u"C:\\In");
+        world().files.MakeDirectory(u"C:\\Out");
+        HotFolder(u"Invoices", "C:\\In");
+    }
+
+    // A hot folder below the root taking `input`.
+    void HotFolder(std::u16string const& name, std::string const& input)
+    {
+        world().files.WriteFile(
+            std::u16string(kRoot) + u"\\" + name + u"\\Desktop.ini",
+            "[Tarnwick]\r\nInputFolder=" + input + "\r\nOutputFolder=C:\\Out\r\nScript=" + ToUtf8(kScript) + "\r\n");
+    }
+
+    // A service is registered and answers the watcher's announcement.
+    void StartService()
+    {
+        world().com.RegisterFolderService(
+            [this](os::GUID const& iid, void** object) { return service.QueryInterface(iid, object); });
+    }
+
+    void At(DWORD tick, std::function<void()> action) { world().After(tick, std::move(action)); }
+    void DropFileAt(DWORD tick, std::u16string const& path)
+    {
+        At(tick, [this, path] { world().files.WriteFile(path, "%PDF-1.4"); });
+    }
+    // How many jobs the plug-in has received by `tick`, noted for later.
+    void CountJobsAt(DWORD tick)
+    {
+        At(tick, [this, tick] { jobsAt[tick] = plugIn->Frames().size(); });
+    }
+
+    int RunTheWatcher(bool asService = false) { return RunWatcher(asService); }
+
+    // The input paths of the jobs the plug-in received, in order.
+    std::vector<std::string> JobInputs() const
+    {
+        std::vector<std::string> inputs;
+        for (auto const& frame : plugIn->Frames()) {
+            for (auto const* candidate : {u"C:\\In\\a.pdf", u"C:\\In\\b.pdf", u"C:\\In\\c.pdf", u"C:\\Shared\\a.pdf"}) {
+                if (frame == EncodeJobMessage(candidate, kScript, u"C:\\Out")) {
+                    inputs.push_back(U8(candidate));
+                }
+            }
+        }
+        if (inputs.size() != plugIn->Frames().size()) {
+            ADD_FAILURE() << "a job the story did not expect";
+        }
+        return inputs;
+    }
+
+    FakeFolderService service;
+    std::shared_ptr<sim::ScriptedPipeServer> plugIn;
+    std::map<DWORD, std::size_t> jobsAt;
+};
+
+TEST_F(WatcherLoopTest, WithoutAServiceFilesBecomePendingButNoJobIsSent)
+{
+    DropFileAt(100, u"C:\\In\\a.pdf");
+    EXPECT_EQ(RunTheWatcher(), 0);
+    EXPECT_TRUE(plugIn->Frames().empty());
+    EXPECT_TRUE(world().processes.children.Started().empty()) << "Acrobat is never started";
+    EXPECT_EQ(U8(sim::EventLog::Render(OnlyEvent(MSG_INSTANTIATE_SERVICE_FAILED))),
+              "Failed to instantiate service.  Error code: 0x80040154.\r\n");
+    EXPECT_EQ(OnlyEvent(MSG_FILE_ADDED).strings, (std::vector<std::u16string>{u"C:\\In", u"a.pdf"}));
+    EXPECT_EQ(EventIds().back(), MSG_WAIT_SINGLE_FAILED) << "the loop ends only when its wait fails";
+}
+
+TEST_F(WatcherLoopTest, ASettledFileBecomesOneJobTwoThousandMillisecondsAfterItsLastChange)
+{
+    StartService();
+    DropFileAt(1000, u"C:\\In\\a.pdf");
+    At(1500, [this] { world().files.AppendFile(u"C:\\In\\a.pdf", " more"); });
+    CountJobsAt(3500);
+    CountJobsAt(3501);
+    RunTheWatcher();
+    ASSERT_EQ(service.announced, (std::vector<std::u16string>{kWatcherPipe}));
+    EXPECT_EQ(jobsAt[3500], 0u) << "not before the file has been left alone for 2000 ms";
+    EXPECT_EQ(jobsAt[3501], 1u);
+    EXPECT_EQ(JobInputs(), (std::vector<std::string>{"C:\\In\\a.pdf"}));
+    EXPECT_EQ(service.references, 0u) << "the watcher released the service at its end";
+}
+
+TEST_F(WatcherLoopTest, TwoHotFoldersOnOneFolderGetTwoJobsInDesktopIniOrder)
+{
+    world().files.MakeDirectory(u"C:\\Shared");
+    HotFolder(u"B-Stamp", "C:\\Shared");
+    HotFolder(u"A-Print", "C:\\Shared");
+    StartService();
+    DropFileAt(100, u"C:\\Shared\\a.pdf");
+    RunTheWatcher();
+    ASSERT_EQ(plugIn->Frames().size(), 2u);
+    EXPECT_EQ(JobInputs(), (std::vector<std::string>{"C:\\Shared\\a.pdf", "C:\\Shared\\a.pdf"}));
+    // Same file, so the hot folders are told apart by the order the plug-in saw them in.
+    EXPECT_EQ(plugIn->Frames()[0], plugIn->Frames()[1]);
+}
+
+TEST_F(WatcherLoopTest, PauseStopsTheHandingOnAndRunResumesIt)
+{
+    StartService();
+    DropFileAt(100, u"C:\\In\\a.pdf");
+    At(5000, [this] { service.Broadcast(CMD_PAUSE); });
+    DropFileAt(6000, u"C:\\In\\b.pdf");
+    CountJobsAt(20000);
+    At(20000, [this] { service.Broadcast(CMD_RUN); });
+    RunTheWatcher();
+    EXPECT_EQ(jobsAt[20000], 1u) << "b.pdf waited while the watcher was paused";
+    EXPECT_EQ(JobInputs(), (std::vector<std::string>{"C:\\In\\a.pdf", "C:\\In\\b.pdf"}));
+}
+
+struct CommandStory {
+    const char* name;
+    std::vector<DWORD> codes;
+    bool runs;
+};
+
+class ControlCommands : public WatcherLoopTest, public ::testing::WithParamInterface<CommandStory> {};
+
+// A control client writes its codes back to back; only the last one read is in
+// force when the loop next turns, and any value but pause and stop means run.
+TEST_P(ControlCommands, OnlyTheLastCodeIsInForce)
+{
+    auto client = sim::ScriptedPipeClient::Create();
+    At(50, [client, this] {
+        ASSERT_TRUE(client->Open(kWatcherPipe));
+        std::vector<BYTE> bytes;
+        for (DWORD code : GetParam().codes) {
+            for (int shift = 0; shift < 32; shift += 8) {
+                bytes.push_back(static_cast<BYTE>(code >> shift));
+            }
+        }
+        client->Write(bytes);
+    });
+    DropFileAt(100, u"C:\\In\\a.pdf");
+    RunTheWatcher();
+    EXPECT_EQ(plugIn->Frames().size(), GetParam().runs ? 1u : 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Stories, ControlCommands,
+                         ::testing::Values(CommandStory{"RunAlone", {CMD_RUN}, true},
+                                           CommandStory{"UnknownValueMeansRun", {0x1234}, true},
+                                           CommandStory{"RunRunStop", {CMD_RUN, CMD_RUN, CMD_STOP}, false},
+                                           CommandStory{"StopPauseRun", {CMD_STOP, CMD_PAUSE, CMD_RUN}, true},
+                                           CommandStory{"RunThenPause", {CMD_RUN, CMD_PAUSE}, false},
+                                           CommandStory{"ConnectCodeIsNoPause", {CMD_CONNECT}, true}),
+                         [](auto const& info) { return std::string(info.param.name); });
+
+TEST_F(WatcherLoopTest, ASecondWatcherOfTheSameUserExitsWithMessage54)
+{
+    auto first = sim::ScriptedPipeServer::Create(kWatcherPipe);
+    first->Start();
+    EXPECT_EQ(RunTheWatcher(), 0);
+    EXPECT_EQ(EventIds(), (std::vector<DWORD>{MSG_WATCHER_ALREADY_RUNNING}));
+    sim::EventRecord const refusal = OnlyEvent(MSG_WATCHER_ALREADY_RUNNING);
+    EXPECT_EQ(refusal.type, EVENTLOG_INFORMATION_TYPE);
+    EXPECT_TRUE(refusal.strings.empty());
+    EXPECT_EQ(first->Connections(), 1) << "the probe reached the first watcher";
+    EXPECT_EQ(world().com.apartments, 0);
+}
+
+TEST_F(WatcherLoopTest, WhenTheServiceGoesTheWatcherKeepsItsLastCommand)
+{
+    StartService();
+    At(1000, [this] { service.Exit(); });
+    DropFileAt(2000, u"C:\\In\\a.pdf");
+    RunTheWatcher();
+    EXPECT_EQ(U8(sim::EventLog::Render(OnlyEvent(MSG_READ_PIPE_CALLBACK_ERROR))),
+              "Error passed into ReadPipe(\\\\.\\pipe\\Tarnwick_FolderWatcher_OFFICE_clerk) overlapped "
+              "callback.\r\n\r\nError code: 109\r\n");
+    EXPECT_EQ(JobInputs(), (std::vector<std::string>{"C:\\In\\a.pdf"})) << "still running";
+}
+
+TEST_F(WatcherLoopTest, AStopFromTheServiceIdlesTheWatcherWithoutEndingIt)
+{
+    StartService();
+    At(1000, [this] { service.Broadcast(CMD_STOP); });
+    DropFileAt(2000, u"C:\\In\\a.pdf");
+    At(9000, [this] { service.Broadcast(CMD_RUN); });
+    CountJobsAt(8999);
+    RunTheWatcher();
+    EXPECT_EQ(jobsAt[8999], 0u);
+    EXPECT_EQ(JobInputs(), (std::vector<std::string>{"C:\\In\\a.pdf"}));
+}
+
+TEST_F(WatcherLoopTest, AWakeUpInTheMiddleOfTheSettleTimeWaitsOnlyForTheRest)
+{
+    StartService();
+    DropFileAt(1000, u"C:\\In\\a.pdf");
+    // A control client connecting 350 ms later makes the loop turn then.
+    auto visitor = sim::ScriptedPipeClient::Create();
+    At(1350, [visitor] { visitor->Open(kWatcherPipe); });
+    CountJobsAt(3000);
+    CountJobsAt(3001);
+    RunTheWatcher();
+    EXPECT_EQ(jobsAt[3000], 0u);
+    EXPECT_EQ(jobsAt[3001], 1u) << "the turn at 1350 waited the remaining 1650 ms";
+}
+
+TEST_F(WatcherLoopTest, AnIdleWatcherNeverWakesUp)
+{
+    StartService();
+    At(60000, [] {});  // the story lasts a virtual minute
+    RunTheWatcher();
+    EXPECT_EQ(world().TimedOutWaits(), 0);
+    EXPECT_EQ(world().Ticks(), 60000u);
+}
+
+TEST_F(WatcherLoopTest, AsServiceAcrobatIsTerminatedOnceNothingIsPending)
+{
+    StartService();
+    DropFileAt(100, u"C:\\In\\a.pdf");
+    RunTheWatcher(true);
+    ASSERT_EQ(world().processes.children.Started().size(), 1u);
+    auto const& acrobat = world().processes.children.Started().front();
+    EXPECT_TRUE(acrobat->terminated);
+    EXPECT_EQ(acrobat->exitCode, 0u);
+    EXPECT_EQ(JobInputs(), (std::vector<std::string>{"C:\\In\\a.pdf"}));
+}
+
+TEST_F(WatcherLoopTest, NotAsServiceAcrobatIsLeftRunning)
+{
+    StartService();
+    DropFileAt(100, u"C:\\In\\a.pdf");
+    RunTheWatcher(false);
+    ASSERT_EQ(world().processes.children.Started().size(), 1u);
+    EXPECT_TRUE(world().processes.children.Started().front()->running);
+}
+
+TEST_F(WatcherLoopTest, AFileWhoseHotFolderWentAwayIsDroppedWithoutAJob)
+{
+    StartService();
+    DropFileAt(100, u"C:\\In\\a.pdf");
+    At(500, [this] { world().files.Delete(std::u16string(kRoot) + u"\\Invoices\\Desktop.ini"); });
+    RunTheWatcher();
+    EXPECT_TRUE(plugIn->Frames().empty());
+    EXPECT_TRUE(world().processes.children.Started().empty());
+}
+
+TEST_F(WatcherLoopTest, AWatcherWithoutARootFolderEndsAfterMessage34)
+{
+    world().faults.Fail("SHGetFolderPathW", ERROR_ACCESS_DENIED);
+    EXPECT_EQ(RunTheWatcher(), 0);
+    sim::EventRecord const failure = OnlyEvent(MSG_CREATE_ROOT_FAILED);
+    EXPECT_EQ(failure.strings.front(), u"") << "no path when the folder could not be had";
+    EXPECT_EQ(world().ExhaustedWaits(), 0) << "the loop never ran";
+    EXPECT_EQ(world().com.apartments, 0);
+}
+
+}  // namespace
+}  // namespace hf::test

@@ -120,7 +120,9 @@ LONG RegQueryValueExW(HKEY key, const WCHAR* valueName, DWORD* /*reserved*/, DWO
         *dataSize = size;
         return kMoreData;
     }
-    std::memcpy(data, value->data.data(), size);
+    if (size != 0) {
+        std::memcpy(data, value->data.data(), size);
+    }
     *dataSize = size;
     return 0;
 }

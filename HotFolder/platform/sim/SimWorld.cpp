@@ -161,13 +161,11 @@ std::shared_ptr<Object> World::Lookup(HANDLE handle) const
 void World::EndProcess()
 {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
-    processEnding_ = true;
     while (!handles_.empty()) {
         CloseHandle(reinterpret_cast<HANDLE>(handles_.begin()->first));
     }
     // Completions the closes queued had nobody left to run them.
     apcs_.clear();
-    processEnding_ = false;
 }
 
 bool World::CloseHandle(HANDLE handle)

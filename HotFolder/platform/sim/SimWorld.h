@@ -125,9 +125,6 @@ public:
     // dropped and every handle it holds is closed, so a later run starts as a
     // new process would (pipe instances gone, files closed).
     void EndProcess();
-    // True while EndProcess closes the handles: the process's memory is gone, so
-    // objects must not write into its OVERLAPPEDs or signal through them.
-    bool ProcessEnding() const { return processEnding_; }
 
     // --- facilities ------------------------------------------------------------------
     FaultPlan faults;
@@ -155,7 +152,6 @@ private:
     std::uintptr_t nextHandle_ = 0x1000;
     int exhaustedWaits_ = 0;
     int timedOutWaits_ = 0;
-    bool processEnding_ = false;
 };
 
 // Shorthand for tests and the backend.

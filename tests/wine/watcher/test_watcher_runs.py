@@ -1,0 +1,120 @@
+#!/usr/bin/env python3
+"""TarnwickHotFolder.exe -currentuser run for real under Wine: a user with one
+hot folder, the test plug-in standing in for Acrobat through the AcrobatPath
+value, and HotFolderControl.exe switching the watcher as the service would.
+No service is installed, so the watcher stays stopped until it is told to run."""
+import getpass
+import os
+import subprocess
+import time
+import unittest
+from pathlib import Path
+
+from winetest import EVENT_TRACE, Prefix, command_line, windows_path
+
+ERROR = 1
+INFORMATION = 4
+SETTLE_SECONDS = 2.0
+
+
+def tool(*parts):
+    return Path(os.environ["HF_BUILD_DIR"], "tools", *parts)
+
+
+class RunningWatcher:
+    """The watcher, started in the background through the build's launcher
+    with the test plug-in's switches in its environment (the plug-in inherits
+    them when the watcher starts it)."""
+
+    def __init__(self, prefix, plug_in_switches):
+        line = command_line(prefix.executable, "-currentuser")
+        env = prefix.environment(EVENT_TRACE, {"HF_LAUNCH_COMMAND_LINE": line,
+                                               "TARNWICK_TEST_PLUGIN": plug_in_switches})
+        self.trace = open(prefix.trace_path, "ab")
+        self.process = subprocess.Popen(["wine", prefix.launcher], env=env, stdin=subprocess.DEVNULL,
+                                        stdout=subprocess.DEVNULL, stderr=self.trace, start_new_session=True)
+
+    def end(self):
+        # The prefix's server is stopped first, which ends every Wine process in it.
+        try:
+            self.process.wait(timeout=30)
+        finally:
+            self.trace.close()
+
+
+class WatcherUnderWine(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.prefix = Prefix.for_test("watcher_runs")
+        drive_c = cls.prefix.path / "drive_c"
+        cls.input = drive_c / "In"
+        cls.output = drive_c / "Out"
+        cls.journal = drive_c / "journal.txt"
+        cls.input.mkdir()
+        cls.output.mkdir()
+        # The root and the hot folder exist before the watcher starts: it finds
+        # them at start-up. Its input folder lies outside the root and gets a
+        # watch of its own.
+        local = drive_c / "users" / getpass.getuser() / "AppData" / "Local"
+        hot_folder = local / "Tarnwick Hot Folders" / "Invoices"
+        hot_folder.mkdir(parents=True)
+        (hot_folder / "Desktop.ini").write_bytes(
+            b"[.ShellClassInfo]\r\n[Tarnwick]\r\nInputFolder=C:\\In\r\nOutputFolder=C:\\Out\r\n"
+            b"Script=C:\\Scripts\\stamp.py\r\n")
+        cls.prefix.start()
+        cls.prefix.reg_add(r"HKLM\Software\Tarnwick\AcrobatPath", None,
+                           windows_path(tool("TestPlugIn", "TestPlugIn.exe")))
+        cls.watcher = RunningWatcher(cls.prefix, r"-journal:C:\journal.txt -lifetime:180000")
+        cls.prefix.wait_for_events(lambda events: any(e.event_id == 60 for e in events), timeout=60)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.prefix.stop()
+        cls.watcher.end()
+
+    def control(self, command):
+        run = self.prefix.run(windows_path(tool("ControlTool", "HotFolderControl.exe")), command)
+        self.assertEqual(run.exit_code, 0, run.events)
+
+    def jobs(self):
+        if not self.journal.exists():
+            return []
+        lines = self.journal.read_text(encoding="utf-8").splitlines()
+        return [line.split("\t") for line in lines if line.startswith("job\t")]
+
+    def wait_for_jobs(self, count, timeout=30):
+        deadline = time.monotonic() + timeout
+        while len(self.jobs()) < count:
+            if time.monotonic() > deadline:
+                self.fail(f"{count} job(s) expected, journal: {self.jobs()}")
+            time.sleep(0.05)
+        return time.monotonic()
+
+    def test_a_running_watcher_hands_a_settled_file_on_once_and_a_paused_one_does_not(self):
+        # Started by hand with no service registered: the announcement fails,
+        # and the watcher stays stopped until a control client says run.
+        announced = [e for e in self.prefix.events() if e.event_id == 52]
+        self.assertEqual(len(announced), 1)
+        self.assertEqual((announced[0].type, announced[0].category), (ERROR, 2))
+        self.assertRegex(announced[0].strings[0], r"^0x8[0-9a-f]{7}$")
+
+        self.control("run")
+        (self.input / "a.pdf").write_bytes(b"%PDF-1.4 first")
+        written = time.monotonic()
+        handed_on = self.wait_for_jobs(1)
+        self.assertGreaterEqual(handed_on - written, SETTLE_SECONDS)
+        time.sleep(SETTLE_SECONDS + 1)  # long enough for a second job, were there one
+        self.assertEqual([job[2:5] for job in self.jobs()], [["C:\\In\\a.pdf", "C:\\Scripts\\stamp.py", "C:\\Out"]])
+        self.assertEqual((self.output / "a.pdf").read_bytes(), b"%PDF-1.4 first")
+        added = [e for e in self.prefix.events() if e.event_id == 38]
+        self.assertIn(["C:\\In", "a.pdf"], [e.strings for e in added])
+
+        self.control("pause")
+        (self.input / "b.pdf").write_bytes(b"%PDF-1.4 second")
+        time.sleep(SETTLE_SECONDS * 2)
+        self.assertEqual(len(self.jobs()), 1, self.jobs())
+        self.assertFalse((self.output / "b.pdf").exists())
+
+
+if __name__ == "__main__":
+    unittest.main()

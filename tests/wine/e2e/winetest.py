@@ -60,7 +60,8 @@ def wine_environment(prefix, debug="-all", extra=None):
     env = dict(os.environ)
     for name in ("DISPLAY", "WAYLAND_DISPLAY"):
         env.pop(name, None)
-    env.update(WINEPREFIX=str(prefix), WINEDEBUG=debug, WINEDLLOVERRIDES="mscoree,mshtml=", LC_ALL="C.UTF-8")
+    # Wine takes only an absolute prefix path; with any other it does nothing.
+    env.update(WINEPREFIX=str(Path(prefix).resolve()), WINEDEBUG=debug, WINEDLLOVERRIDES="mscoree,mshtml=", LC_ALL="C.UTF-8")
     if extra:
         env.update(extra)
     return env

@@ -12,17 +12,12 @@ namespace {
 
 constexpr char16_t kSection[] = u"Tarnwick";
 
-// The text of a nul-terminated path buffer after an in-place shell call.
-std::u16string TextOf(std::u16string const& buffer)
-{
-    return std::u16string(buffer.c_str());
-}
-
 std::u16string DirectoryOf(std::u16string const& path)
 {
-    std::u16string buffer = path;
-    os::PathRemoveFileSpecW(&buffer[0]);
-    return TextOf(buffer);
+    std::u16string directory = path;
+    os::PathRemoveFileSpecW(&directory[0]);
+    directory.resize(std::char_traits<char16_t>::length(directory.c_str()));
+    return directory;
 }
 
 // One key's value, resolved: relative values are taken from the hot folder's

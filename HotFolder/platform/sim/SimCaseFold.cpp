@@ -8,11 +8,6 @@ namespace hf::sim {
 
 namespace {
 
-char16_t FoldAscii(char16_t c)
-{
-    return (c >= u'a' && c <= u'z') ? static_cast<char16_t>(c - 0x20) : c;
-}
-
 // Latin Extended-A pairs capital and small letters as neighbours; which of the
 // two comes first changes twice in the block.
 char16_t FoldLatinExtendedA(char16_t c)
@@ -30,11 +25,8 @@ char16_t FoldLatinExtendedA(char16_t c)
 
 }  // namespace
 
-char16_t FoldCase(char16_t c)
+char16_t FoldNonAscii(char16_t c)
 {
-    if (c < 0x80) {
-        return FoldAscii(c);
-    }
     if (c >= 0xE0 && c <= 0xFE && c != 0xF7) {
         return static_cast<char16_t>(c - 0x20);
     }
@@ -74,10 +66,14 @@ std::u16string FoldCase(std::u16string_view text)
 int CompareFolded(std::u16string_view a, std::u16string_view b)
 {
     // Paths in one table share long prefixes; identical code units fold alike,
-    // so the identical prefix is skipped four code units at a time and the
-    // folding starts where the spellings first differ.
+    // so the identical prefix is skipped a block and then four code units at a
+    // time, and the folding starts where the spellings first differ.
     std::size_t const common = std::min(a.size(), b.size());
     std::size_t i = 0;
+    constexpr std::size_t kBlock = 32;
+    while (i + kBlock <= common && std::memcmp(a.data() + i, b.data() + i, kBlock * sizeof(char16_t)) == 0) {
+        i += kBlock;
+    }
     for (; i + 4 <= common; i += 4) {
         std::uint64_t x;
         std::uint64_t y;
@@ -88,8 +84,8 @@ int CompareFolded(std::u16string_view a, std::u16string_view b)
         }
     }
     for (; i < common; ++i) {
-        char16_t const x = a[i] < 0x80 ? FoldAscii(a[i]) : FoldCase(a[i]);
-        char16_t const y = b[i] < 0x80 ? FoldAscii(b[i]) : FoldCase(b[i]);
+        char16_t const x = FoldCase(a[i]);
+        char16_t const y = FoldCase(b[i]);
         if (x != y) {
             return x < y ? -1 : 1;
         }

@@ -11,8 +11,17 @@
 
 namespace hf::sim {
 
+// The upper-case form of a code unit beyond ASCII; unchanged when it has none.
+char16_t FoldNonAscii(char16_t c);
+
 // The code unit's upper-case form; unchanged when it has none.
-char16_t FoldCase(char16_t c);
+inline char16_t FoldCase(char16_t c)
+{
+    if (c < 0x80) {
+        return (c >= u'a' && c <= u'z') ? static_cast<char16_t>(c - 0x20) : c;
+    }
+    return FoldNonAscii(c);
+}
 
 // Every code unit folded.
 std::u16string FoldCase(std::u16string_view text);

@@ -178,6 +178,7 @@ std::shared_ptr<FileNode> FileSystem::Find(std::u16string const& path) const
     std::size_t depth = 0;
     trail[depth++] = &drive->second;
     char16_t folded[kMaxPath];
+    std::size_t const lastPart = path.find_last_not_of(u"\\/");
     std::size_t begin = 2;
     while (begin < path.size()) {
         std::size_t end = begin;
@@ -185,7 +186,7 @@ std::shared_ptr<FileNode> FileSystem::Find(std::u16string const& path) const
             ++end;
         }
         std::u16string_view const part(path.data() + begin, end - begin);
-        bool const last = path.find_first_not_of(u"\\/", end) == std::u16string::npos;
+        bool const last = lastPart < end;
         begin = end + 1;
         if (part.empty() || part == u".") {
             continue;

@@ -81,6 +81,7 @@ std::optional<std::u16string> ReadProfileString(std::string const& bytes, std::u
     std::u16string const wantedSection = FoldCase(section);
     std::u16string const wantedKey = FoldCase(key);
     bool inSection = false;
+    bool sectionSeen = false;
     for (std::u16string const& raw : Lines(DecodeText(bytes))) {
         std::u16string const line = Trim(raw);
         if (line.empty()) {
@@ -89,23 +90,22 @@ std::optional<std::u16string> ReadProfileString(std::string const& bytes, std::u
         if (line.front() == u'[') {
             std::size_t const close = line.rfind(u']');
             if (close != std::u16string::npos) {
-                inSection = FoldCase(Trim(line.substr(1, close - 1))) == wantedSection;
+                if (inSection) {
+                    return std::nullopt;  // only the first section of the name is read
+                }
+                inSection = !sectionSeen && FoldCase(Trim(line.substr(1, close - 1))) == wantedSection;
+                sectionSeen = sectionSeen || inSection;
                 continue;
             }
             // A header without its "]" is read as a key line of the current section.
         }
-        if (!inSection) {
-            continue;
-        }
         std::size_t const equals = line.find(u'=');
-        std::u16string const name = Trim(line.substr(0, equals));
-        if (FoldCase(name) != wantedKey) {
-            continue;
+        if (!inSection || equals == std::u16string::npos) {
+            continue;  // a line without "=" holds no value
         }
-        if (equals == std::u16string::npos) {
-            return std::u16string();
+        if (FoldCase(Trim(line.substr(0, equals))) == wantedKey) {
+            return Unquoted(Trim(line.substr(equals + 1)));
         }
-        return Unquoted(Trim(line.substr(equals + 1)));
     }
     return std::nullopt;
 }

@@ -29,6 +29,17 @@ BOOL PathIsRelativeW(const WCHAR* path)
 
 BOOL PathCanonicalizeW(WCHAR* destination, const WCHAR* source)
 {
+    // Windows refuses a path that does not fit a MAX_PATH buffer; Wine would
+    // write the canonical form past the end of `destination`. The canonical
+    // form is never longer than its source but for a bare "C:", so a source
+    // that fits keeps every system within the buffer.
+    if (source != nullptr && ::wcslen(reinterpret_cast<const wchar_t*>(source)) >= MAX_PATH) {
+        if (destination != nullptr) {
+            destination[0] = 0;
+        }
+        ::SetLastError(ERROR_FILENAME_EXCED_RANGE);
+        return FALSE;
+    }
     return ::PathCanonicalizeW(Wide(destination), Wide(source));
 }
 

@@ -252,6 +252,14 @@ TEST_F(RealFolders, TheSystemsProfileReaderAndPathFunctionsResolveDesktopIniAsTh
          "junk\r\n[Tarnwick]\r\nno equals\r\n[Unclosed\r\nInputFolder=In\r\nOutputFolder=Out\r\nScript=s\r\n", true,
          u"Invoices\\In", u"Invoices\\Out", u"Invoices\\s"},
         {"no OutputFolder", "[Tarnwick]\r\nInputFolder=In\r\nScript=s.py\r\n", false, u"Invoices\\In", u"", u""},
+        {"only the first section of the name",
+         "[Tarnwick]\r\nInputFolder=In\r\nOutputFolder=Out\r\n[Other]\r\n[Tarnwick]\r\nScript=s.py\r\n", false,
+         u"Invoices\\In", u"Invoices\\Out", u""},
+        {"blanks in the header, text after it, equals in a value",
+         "[ Tarnwick ] note\r\nInputFolder=a=b\r\nOutputFolder=Out\r\nScript=s.py\r\n[Tarnwick]]\r\nScript=x\r\n", true,
+         u"Invoices\\a=b", u"Invoices\\Out", u"Invoices\\s.py"},
+        {"a key line without a value", "[Tarnwick]\r\nInputFolder\r\nOutputFolder=Out\r\nScript=s.py\r\n", false, u"",
+         u"", u""},
         {"no InputFolder", "[Tarnwick]\r\nOutputFolder=Out\r\nScript=s.py\r\n", false, u"", u"", u""},
     };
     MakeFolder(u"Invoices");
@@ -272,6 +280,14 @@ TEST_F(RealFolders, TheSystemsProfileReaderAndPathFunctionsResolveDesktopIniAsTh
     HotFolderSpec unicode;
     ASSERT_TRUE(LoadHotFolderSpec(events, Path(u"Invoices\\Desktop.ini"), unicode));
     EXPECT_EQ(test::Wide(unicode.InputFolder), test::Wide(Path(u"Invoices\\Eingänge")));
+
+    // A value cut to 259 characters and joined no longer fits a path buffer: it stays as joined.
+    std::string const longValue = "x\\..\\" + std::string(300, 'b');
+    WriteBytes(u"Invoices\\Desktop.ini",
+               "[Tarnwick]\r\nInputFolder=" + longValue + "\r\nOutputFolder=Out\r\nScript=s.py\r\n");
+    HotFolderSpec tooLong;
+    ASSERT_TRUE(LoadHotFolderSpec(events, Path(u"Invoices\\Desktop.ini"), tooLong));
+    EXPECT_EQ(test::Wide(tooLong.InputFolder), test::Wide(Path(u"Invoices\\" + Widen(longValue.substr(0, 259)))));
 
     WriteBytes(u"Invoices\\Desktop.ini", "[Tarnwick]\r\nInputFolder=.\r\nOutputFolder=Out\r\nScript=s.py\r\n");
     HotFolderSpec dot;

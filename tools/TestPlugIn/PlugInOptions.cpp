@@ -50,6 +50,8 @@ bool ApplySwitches(std::vector<std::u16string> const& switches, PlugInOptions& o
             options.startDelayMs = *number;
         } else if (name == u"-LIFETIME") {
             options.lifetimeMs = *number;
+        } else if (name == u"-BENCH") {
+            options.benchmark = *number != 0;
         } else {
             error = "unknown switch: " + ToUtf8(item);
             return false;

@@ -13,6 +13,8 @@
 //                   guard for tests, so no copy outlives its test)
 //   -journal:PATH   the journal file (default: TestPlugIn.journal.txt beside
 //                   the program)
+//   -bench:1        answer every job the moment it is read, carry nothing out,
+//                   and journal afterwards (for measuring the watcher)
 #pragma once
 
 #include <optional>
@@ -29,6 +31,7 @@ struct PlugInOptions {
     unsigned startDelayMs = 0;
     std::optional<unsigned> lifetimeMs;
     std::u16string journal;
+    bool benchmark = false;
 };
 
 // Applies the switches in order (later ones win); false, with `error` set,

@@ -43,6 +43,21 @@ std::wstring Wide(std::u16string const& text)
     return std::wstring(text.begin(), text.end());
 }
 
+// The wall-clock time now as Unix milliseconds with a fraction, the clock the
+// benchmarks read on the Linux side too.
+std::string UnixMilliseconds()
+{
+    FILETIME now{};
+    GetSystemTimePreciseAsFileTime(&now);
+    ULARGE_INTEGER ticks{};
+    ticks.LowPart = now.dwLowDateTime;
+    ticks.HighPart = now.dwHighDateTime;
+    constexpr unsigned long long kUnixEpochIn100ns = 116444736000000000ull;
+    unsigned long long const sinceEpoch = ticks.QuadPart - kUnixEpochIn100ns;
+    return std::to_string(sinceEpoch / 10000) + "." + std::to_string(sinceEpoch / 1000 % 10) +
+           std::to_string(sinceEpoch / 100 % 10);
+}
+
 std::u16string Utf16(wchar_t const* text)
 {
     return std::u16string(reinterpret_cast<char16_t const*>(text));
@@ -57,20 +72,42 @@ public:
     void Line(std::string const& text)
     {
         std::lock_guard<std::mutex> lock(mutex_);
+        Append(text + "\r\n");
+    }
+
+    // Keeps a line back for the next Flush: a benchmark's plug-in must not
+    // spend the time of a job on the journal.
+    void Defer(std::string const& text)
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        deferred_ += text + "\r\n";
+    }
+
+    void Flush()
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (!deferred_.empty()) {
+            Append(deferred_);
+            deferred_.clear();
+        }
+    }
+
+private:
+    void Append(std::string const& lines)
+    {
         HANDLE const file = CreateFileW(path_.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                         OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
         if (file == INVALID_HANDLE_VALUE) {
             return;
         }
-        std::string const line = text + "\r\n";
         ::DWORD written = 0;
-        WriteFile(file, line.data(), static_cast<::DWORD>(line.size()), &written, nullptr);
+        WriteFile(file, lines.data(), static_cast<::DWORD>(lines.size()), &written, nullptr);
         CloseHandle(file);
     }
 
-private:
     std::wstring path_;
     std::mutex mutex_;
+    std::string deferred_;
 };
 
 // Splits a text by the command-line rules; the first token is a program name
@@ -139,6 +176,14 @@ public:
             return 0;
         }
         Sleep(options_.startDelayMs);
+        if (options_.benchmark) {
+            std::thread([this] {
+                for (;;) {
+                    Sleep(20);
+                    journal_.Flush();
+                }
+            }).detach();
+        }
         for (;;) {
             HANDLE const pipe = CreateNamedPipeW(Wide(pipeName_).c_str(), PIPE_ACCESS_DUPLEX,
                                                  PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT,
@@ -177,15 +222,22 @@ private:
                 journal_.Line("bad\t" + std::to_string(number) + "\t" + std::to_string(length));
                 break;
             }
-            std::string const outcome = CarryOut(*job);
+            std::string const received = "\treceived " + UnixMilliseconds();
             std::string const line = "job\t" + std::to_string(number) + "\t" + ToUtf8(job->input) + "\t" +
                                      ToUtf8(job->script) + "\t" + ToUtf8(job->outputFolder) + "\t";
+            if (options_.benchmark) {
+                ::DWORD written = 0;
+                WriteFile(pipe, &options_.reply, 1, &written, nullptr);
+                journal_.Defer(line + "reply " + std::to_string(options_.reply) + "\tnot carried out" + received);
+                continue;
+            }
+            std::string const outcome = CarryOut(*job);
             if (options_.breakAtJob == number) {
-                journal_.Line(line + "broke\t" + outcome);
+                journal_.Line(line + "broke\t" + outcome + received);
                 break;
             }
             Sleep(options_.delayMs);
-            journal_.Line(line + "reply " + std::to_string(options_.reply) + "\t" + outcome);
+            journal_.Line(line + "reply " + std::to_string(options_.reply) + "\t" + outcome + received);
             ::DWORD written = 0;
             WriteFile(pipe, &options_.reply, 1, &written, nullptr);
             if (options_.exitAfterJob == number) {

@@ -146,6 +146,24 @@ TEST_F(PendingFilesTest, AFileCopiedInSettles2000MsAfterItsLastRecord)
     EXPECT_EQ(NextHotFolder(), "Invoices\\Desktop.ini");
 }
 
+TEST_F(PendingFilesTest, AFileTouchedJustBeforeTheTickCountWrapsSettlesOnTimeAfterIt)
+{
+    StartOneHotFolder();
+    world().SetTicks(0xFFFFFFFFu - 1500);
+    world().files.WriteFile(u"D:\\In\\late.pdf", "part");
+    RunCompletions();
+    world().Advance(1000);
+    world().files.AppendFile(u"D:\\In\\late.pdf", " end");
+    RunCompletions();
+    ASSERT_GT(watcher.pending.Front().lastTouched, 0xFFFFF000u);
+
+    world().Advance(1999);
+    ASSERT_LT(world().Ticks(), 0x1000u) << "the counter has wrapped since the last record";
+    EXPECT_EQ(SettleTimeLeft(watcher.pending.Front()), 1u);
+    world().Advance(1);
+    EXPECT_EQ(SettleTimeLeft(watcher.pending.Front()), 0u);
+}
+
 TEST_F(PendingFilesTest, OnlyTheFrontNeedsTestingBecauseTouchesKeepTheQueueInTimeOrder)
 {
     StartOneHotFolder();

@@ -10,5 +10,5 @@ windows_dir=${HF_WINDOWS_BUILD_DIR:-build/windows}
 
 bash scripts/setup.sh
 cmake --preset windows -B "$windows_dir" >/dev/null
-cmake --build "$windows_dir" -j2 --target TarnwickHotFolder hf_launch
+cmake --build "$windows_dir" -j2 --target TarnwickHotFolder hf_launch TestPlugIn HotFolderControl
 python3 scripts/run_demo.py --build "$windows_dir" --prefix build/run/prefix

@@ -5,14 +5,19 @@ The steps, in order (each one a function below, so later roles slot in):
   1. a fresh prefix, cloned from the build's template, with its own Wine server;
   2. registration (nothing is registered yet);
   3. the start-service action, `TarnwickHotFolder.exe -startservice`;
-  4. the service path run by hand, which cannot reach the service dispatcher.
+  4. the service path run by hand, which cannot reach the service dispatcher;
+  5. a user's watcher (`-currentuser`) with a demo hot folder, the test plug-in
+     standing in for Acrobat, HotFolderControl.exe telling it to run, and a
+     file dropped into the demo input folder, which becomes a job.
 Every event is printed as the event log viewer renders it, from the message
 texts in HotFolder/service/Messages.mc.
 """
 import argparse
+import getpass
 import os
 import re
 import sys
+import time
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
@@ -59,8 +64,12 @@ def show(title, run, texts):
     print(f"\n--- {title}")
     print(f"command line: {run.command_line}")
     print(f"exit code:    {run.exit_code}")
+    show_events(run.events, texts)
+
+
+def show_events(events, texts):
     categories = {1: "Service", 2: "User", 3: "Acrobat Plug-In"}
-    for event in run.events:
+    for event in events:
         kind = EVENT_TYPES.get(event.type, str(event.type))
         category = categories.get(event.category, str(event.category))
         text = render(texts.get(event.event_id, f"(no message {event.event_id})"), event.strings)
@@ -90,6 +99,47 @@ def service_path_by_hand(prefix, texts):
          texts)
 
 
+def watcher_with_demo_hot_folder(prefix, build, texts):
+    """A user with one hot folder, Demo, whose input folder is C:\\Tarnwick Demo\\In;
+    the test plug-in (tools/TestPlugIn) is registered as Acrobat, so every job
+    copies its file to C:\\Tarnwick Demo\\Out and is written to its journal."""
+    demo = prefix.path / "drive_c" / "Tarnwick Demo"
+    (demo / "In").mkdir(parents=True, exist_ok=True)
+    (demo / "Out").mkdir(exist_ok=True)
+    root = prefix.path / "drive_c" / "users" / getpass.getuser() / "AppData" / "Local" / "Tarnwick Hot Folders"
+    (root / "Demo").mkdir(parents=True, exist_ok=True)
+    (root / "Demo" / "Desktop.ini").write_bytes(
+        b"[Tarnwick]\r\nInputFolder=C:\\Tarnwick Demo\\In\r\nOutputFolder=C:\\Tarnwick Demo\\Out\r\n"
+        b"Script=C:\\Tarnwick Demo\\stamp.py\r\n")
+    prefix.reg_add(r"HKLM\Software\Tarnwick\AcrobatPath", None,
+                   winetest.windows_path(build / "tools" / "TestPlugIn" / "TestPlugIn.exe"))
+
+    print("\n--- TarnwickHotFolder.exe -currentuser, with the demo hot folder")
+    start = prefix.trace_path.stat().st_size if prefix.trace_path.exists() else 0
+    watcher = prefix.start_in_background(
+        prefix.executable, "-currentuser",
+        extra={"TARNWICK_TEST_PLUGIN": r'"-journal:C:\Tarnwick Demo\journal.txt" -lifetime:120000'})
+    try:
+        prefix.wait_for_events(lambda events: any(e.event_id == 60 for e in events), timeout=60, start=start)
+        control = winetest.windows_path(build / "tools" / "ControlTool" / "HotFolderControl.exe")
+        prefix.run(control, "run")
+        print("told it to run (HotFolderControl.exe run); dropping report.pdf into C:\\Tarnwick Demo\\In")
+        (demo / "In" / "report.pdf").write_bytes(b"%PDF-1.4 demo")
+        journal = demo / "journal.txt"
+        deadline = time.monotonic() + 30
+        while time.monotonic() < deadline and "job\t" not in (journal.read_text("utf-8") if journal.exists() else ""):
+            time.sleep(0.1)
+        time.sleep(0.5)
+        show_events(prefix.events(start), texts)
+        print("test plug-in journal:")
+        for line in (journal.read_text("utf-8").splitlines() if journal.exists() else ["(no journal)"]):
+            print(f"      {line}")
+        print(f"output folder: {sorted(p.name for p in (demo / 'Out').iterdir())}")
+    finally:
+        prefix.stop()
+        watcher.end()
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     parser.add_argument("--build", default=str(ROOT / "build" / "windows"), help="the windows build folder")
@@ -106,6 +156,7 @@ def main():
         register(prefix)
         start_service(prefix, texts)
         service_path_by_hand(prefix, texts)
+        watcher_with_demo_hot_folder(prefix, build, texts)
     finally:
         prefix.stop()
     return 0

@@ -274,6 +274,24 @@ class Run:
         return [event.event_id for event in self.events]
 
 
+class Background:
+    """A program started by Prefix.start_in_background."""
+
+    def __init__(self, prefix, line, extra=None):
+        env = prefix.environment(EVENT_TRACE, dict(extra or {}, HF_LAUNCH_COMMAND_LINE=line))
+        self.command_line = line
+        self.trace = open(prefix.trace_path, "ab")
+        self.process = subprocess.Popen(["wine", prefix.launcher], env=env, stdin=subprocess.DEVNULL,
+                                        stdout=subprocess.DEVNULL, stderr=self.trace, start_new_session=True)
+
+    def end(self, timeout=30):
+        """Waits for the program to end (after the prefix's stop())."""
+        try:
+            self.process.wait(timeout=timeout)
+        finally:
+            self.trace.close()
+
+
 class Prefix:
     """A Wine prefix cloned from the template, with its own persistent server,
     for one test. Use it as a context manager:
@@ -366,6 +384,14 @@ class Prefix:
         if not match:
             raise RuntimeError(f"the launcher ran no program ({result.returncode}): {output!r}")
         return Run(line, int(match.group(1)), self.events(start))
+
+    def start_in_background(self, program, *arguments, extra=None):
+        """Starts a long-running program (a watcher, say) through the build's
+        launcher and returns at once. Its trace output goes to the prefix's
+        trace, so events() shows its reports; `extra` adds environment
+        variables, which the programs it starts inherit. stop() ends it with
+        every other Wine process of the prefix; then call its end()."""
+        return Background(self, command_line(program, *arguments), extra)
 
     def run(self, program, *arguments, timeout=60):
         """Runs a program with arguments quoted as Windows expects."""

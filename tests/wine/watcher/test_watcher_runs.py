@@ -5,12 +5,11 @@ value, and HotFolderControl.exe switching the watcher as the service would.
 No service is installed, so the watcher stays stopped until it is told to run."""
 import getpass
 import os
-import subprocess
 import time
 import unittest
 from pathlib import Path
 
-from winetest import EVENT_TRACE, Prefix, command_line, windows_path
+from winetest import Prefix, windows_path
 
 ERROR = 1
 INFORMATION = 4
@@ -19,27 +18,6 @@ SETTLE_SECONDS = 2.0
 
 def tool(*parts):
     return Path(os.environ["HF_BUILD_DIR"], "tools", *parts)
-
-
-class RunningWatcher:
-    """The watcher, started in the background through the build's launcher
-    with the test plug-in's switches in its environment (the plug-in inherits
-    them when the watcher starts it)."""
-
-    def __init__(self, prefix, plug_in_switches):
-        line = command_line(prefix.executable, "-currentuser")
-        env = prefix.environment(EVENT_TRACE, {"HF_LAUNCH_COMMAND_LINE": line,
-                                               "TARNWICK_TEST_PLUGIN": plug_in_switches})
-        self.trace = open(prefix.trace_path, "ab")
-        self.process = subprocess.Popen(["wine", prefix.launcher], env=env, stdin=subprocess.DEVNULL,
-                                        stdout=subprocess.DEVNULL, stderr=self.trace, start_new_session=True)
-
-    def end(self):
-        # The prefix's server is stopped first, which ends every Wine process in it.
-        try:
-            self.process.wait(timeout=30)
-        finally:
-            self.trace.close()
 
 
 class WatcherUnderWine(unittest.TestCase):
@@ -64,7 +42,10 @@ class WatcherUnderWine(unittest.TestCase):
         cls.prefix.start()
         cls.prefix.reg_add(r"HKLM\Software\Tarnwick\AcrobatPath", None,
                            windows_path(tool("TestPlugIn", "TestPlugIn.exe")))
-        cls.watcher = RunningWatcher(cls.prefix, r"-journal:C:\journal.txt -lifetime:180000")
+        # The plug-in inherits its switches from the watcher's environment.
+        cls.watcher = cls.prefix.start_in_background(
+            cls.prefix.executable, "-currentuser",
+            extra={"TARNWICK_TEST_PLUGIN": r"-journal:C:\journal.txt -lifetime:180000"})
         cls.prefix.wait_for_events(lambda events: any(e.event_id == 60 for e in events), timeout=60)
 
     @classmethod

@@ -88,7 +88,7 @@ void LoadHotFolder(std::u16string const& desktopIniPath, HotFolderWatcher& watch
         }
         return;
     }
-    // A reload always replaces the spec, even when nothing changed. The old
+    // A reload always replaces the loaded settings, even when nothing changed. The old
     // spec goes first, so an unchanged input folder keeps its watch: the use
     // count falls to zero and rises again before the woken read completes.
     if (old) {

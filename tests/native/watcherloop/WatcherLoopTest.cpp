@@ -333,3 +333,56 @@ TEST_F(WatcherLoopTest, AWatcherWithoutARootFolderEndsAfterMessage34)
 
 }  // namespace
 }  // namespace hf::test
+
+namespace hf::test {
+namespace {
+
+// The control pipe's failure rules, seen from a whole watcher.
+TEST_F(WatcherLoopTest, AnInstanceThatCouldNotBeCreatedListensNowhereWhileTheOtherServes)
+{
+    world().faults.Fail("CreateNamedPipeW", ERROR_ACCESS_DENIED);
+    StartService();
+    DropFileAt(100, u"C:\\In\\a.pdf");
+    RunTheWatcher();
+    EXPECT_EQ(JobInputs(), (std::vector<std::string>{"C:\\In\\a.pdf"}));
+    EXPECT_TRUE(world().eventLog.WithId(MSG_CREATE_NAMED_PIPE_FAILED).empty()) << "that failure is silent";
+}
+
+TEST_F(WatcherLoopTest, AControlReadThatCannotStartIsReportedAndTheWatcherStaysStopped)
+{
+    world().faults.Fail("ReadFileEx", ERROR_INVALID_HANDLE);
+    StartService();
+    DropFileAt(100, u"C:\\In\\a.pdf");
+    RunTheWatcher();
+    EXPECT_EQ(U8(sim::EventLog::Render(OnlyEvent(MSG_READ_FILE_FAILED))),
+              "ReadFile(\\\\.\\pipe\\Tarnwick_FolderWatcher_OFFICE_clerk) failed.  Error code: 6\r\n");
+    EXPECT_TRUE(plugIn->Frames().empty());
+}
+
+TEST_F(WatcherLoopTest, AShortReadKeepsTheRestOfThePreviousCommand)
+{
+    // Run (01 80 00 00), then two bytes 02 80: the buffer then holds 02 80 00 00,
+    // which is stop.
+    auto client = sim::ScriptedPipeClient::Create();
+    At(50, [client] {
+        ASSERT_TRUE(client->Open(kWatcherPipe));
+        client->Write({0x01, 0x80, 0x00, 0x00});
+    });
+    At(60, [client] { client->Write({0x02, 0x80}); });
+    DropFileAt(100, u"C:\\In\\a.pdf");
+    RunTheWatcher();
+    EXPECT_TRUE(plugIn->Frames().empty());
+    EXPECT_TRUE(world().eventLog.WithId(MSG_READ_PIPE_CALLBACK_ERROR).empty());
+}
+
+TEST_F(WatcherLoopTest, AClientThatSendsNothingAndLeavesIsReportedWithCode109)
+{
+    auto client = sim::ScriptedPipeClient::Create();
+    At(50, [client] { ASSERT_TRUE(client->Open(kWatcherPipe)); });
+    At(80, [client] { client->Close(); });
+    RunTheWatcher();
+    EXPECT_EQ(OnlyEvent(MSG_READ_PIPE_CALLBACK_ERROR).strings, (std::vector<std::u16string>{kWatcherPipe, u"109"}));
+}
+
+}  // namespace
+}  // namespace hf::test

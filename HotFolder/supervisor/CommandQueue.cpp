@@ -42,28 +42,24 @@ Command CommandQueue::Take()
 }
 
 namespace {
-std::unique_ptr<CommandQueue>& QueueSlot()
-{
-    static std::unique_ptr<CommandQueue> queue;
-    return queue;
-}
+
+// Built during static initialisation, before the entry runs, so every thread
+// that posts finds the same queue without racing to create it.
+std::unique_ptr<CommandQueue> processQueue = std::make_unique<CommandQueue>();
+
 }  // namespace
 
 CommandQueue& TheCommandQueue()
 {
-    auto& slot = QueueSlot();
-    if (!slot) {
-        slot = std::make_unique<CommandQueue>();
-    }
-    return *slot;
+    return *processQueue;
 }
 
 void RecreateCommandQueue()
 {
     // The old queue goes first, so it cannot close a handle value that the new
     // one has just been given.
-    QueueSlot().reset();
-    QueueSlot() = std::make_unique<CommandQueue>();
+    processQueue.reset();
+    processQueue = std::make_unique<CommandQueue>();
 }
 
 }  // namespace hf

@@ -35,7 +35,7 @@ private:
     HANDLE semaphore_;
 };
 
-// The process-wide queue, built on first use.
+// The process-wide queue, built during static initialisation.
 CommandQueue& TheCommandQueue();
 
 // Builds the process-wide queue afresh. A simulated test run is a fresh

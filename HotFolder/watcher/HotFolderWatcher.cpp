@@ -2,6 +2,9 @@
 
 #include "watcher/DirectoryWatch.h"
 
+#include <set>
+#include <vector>
+
 namespace hf {
 
 bool SpecInputOrder::operator()(HotFolderSpecPtr const& a, HotFolderSpecPtr const& b) const
@@ -20,21 +23,32 @@ bool SpecIniOrder::operator()(HotFolderSpecPtr const& a, HotFolderSpecPtr const&
     return PathLess(a->DesktopIniPath, b->DesktopIniPath);
 }
 
+namespace {
+
+// Input folders' watches that still have a read outstanding when the watcher
+// ends. A watch is only ever closed by its own completion routine, and the
+// system may write into its OVERLAPPED and buffer until the read completes, so
+// these are neither closed nor freed: they are kept here, directories open,
+// for the process's exit to end.
+std::vector<DirectoryWatch*>& WatchesLeftToProcessExit()
+{
+    // Never destroyed, so the watches stay reachable to the very end.
+    static auto* const watches = new std::vector<DirectoryWatch*>();
+    return *watches;
+}
+
+}  // namespace
+
 HotFolderWatcher::~HotFolderWatcher()
 {
-    // While the watcher runs, an input folder's watch is freed only by its own
-    // completion routine. At the end no completion routine runs any more, so
-    // what is left is closed and freed here; the root's watch belongs to the loop.
-    std::set<DirectoryWatch*> owned;
+    std::set<DirectoryWatch*> inputWatches;
     for (auto const& entry : watches) {
         if (entry.second != rootWatch) {
-            owned.insert(entry.second);
+            inputWatches.insert(entry.second);
         }
     }
-    watches.clear();
-    for (DirectoryWatch* watch : owned) {
-        delete watch;
-    }
+    auto& leftToExit = WatchesLeftToProcessExit();
+    leftToExit.insert(leftToExit.end(), inputWatches.begin(), inputWatches.end());
 }
 
 }  // namespace hf

@@ -34,7 +34,7 @@ using WatchTable = std::map<std::u16string, DirectoryWatch*, PathOrder>;
 
 struct HotFolderWatcher {
     HotFolderWatcher() = default;
-    // Frees the input folders' watches that are still open, closing their directories.
+    // Leaves the input folders' watches whose reads are still outstanding to the process's exit.
     ~HotFolderWatcher();
     HotFolderWatcher(const HotFolderWatcher&) = delete;
     HotFolderWatcher& operator=(const HotFolderWatcher&) = delete;

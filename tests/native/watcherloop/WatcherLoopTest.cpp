@@ -386,3 +386,23 @@ TEST_F(WatcherLoopTest, AClientThatSendsNothingAndLeavesIsReportedWithCode109)
 
 }  // namespace
 }  // namespace hf::test
+
+namespace hf::test {
+namespace {
+
+TEST_F(WatcherLoopTest, AStopInTheMiddleOfAJobTerminatesAcrobatAsService)
+{
+    plugIn->defaultAnswer = sim::ScriptedPipeServer::Reply(1, 5000);  // a slow plug-in
+    StartService();
+    DropFileAt(100, u"C:\\In\\a.pdf");
+    At(3000, [this] { service.Broadcast(CMD_PAUSE); });  // the job went out at 2100
+    RunTheWatcher(true);
+    ASSERT_EQ(world().processes.children.Started().size(), 1u);
+    auto const& acrobat = world().processes.children.Started().front();
+    EXPECT_TRUE(acrobat->terminated);
+    EXPECT_EQ(acrobat->exitCode, 0u);
+    EXPECT_EQ(plugIn->Frames().size(), 1u) << "the job had reached the plug-in";
+}
+
+}  // namespace
+}  // namespace hf::test

@@ -22,7 +22,9 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "tests" / "wine" / "e2e"))
+sys.path.insert(0, str(ROOT / "cmake"))
 
+import message_table  # noqa: E402
 import winetest  # noqa: E402
 
 EVENT_TYPES = {0: "Success", 1: "Error", 2: "Warning", 4: "Information"}
@@ -30,23 +32,8 @@ EVENT_TYPES = {0: "Success", 1: "Error", 2: "Warning", 4: "Information"}
 
 def message_texts():
     """Message id to text, as windmc stores them: every line ends in CR LF."""
-    lines = (ROOT / "HotFolder" / "service" / "Messages.mc").read_bytes().decode("ascii").split("\r\n")
-    texts = {}
-    message_id = None
-    i = 0
-    while i < len(lines):
-        key, _, value = lines[i].partition("=")
-        if key == "MessageId":
-            message_id = int(value, 0)
-        elif key == "Language":
-            text = []
-            i += 1
-            while lines[i] != ".":
-                text.append(lines[i] + "\r\n")
-                i += 1
-            texts[message_id] = "".join(text)
-        i += 1
-    return texts
+    messages = message_table.parse(ROOT / "HotFolder" / "service" / "Messages.mc")
+    return {message["id"]: message["text"] for message in messages}
 
 
 def render(text, strings):

@@ -1,3 +1,4 @@
+#include "platform/Constants.h"
 #include "platform/Errors.h"
 #include "platform/EventLog.h"
 #include "platform/sim/SimMemory.h"
@@ -41,7 +42,7 @@ BOOL ReportEventW(HANDLE eventSource, WORD type, WORD category, DWORD eventId, P
     }
     auto source = sim::TheWorld().LookupAs<EventSource>(eventSource);
     if (!source) {
-        SetLastError(6);
+        SetLastError(ERROR_INVALID_HANDLE);
         return 0;
     }
     sim::EventRecord record;
@@ -62,7 +63,7 @@ BOOL ReportEventW(HANDLE eventSource, WORD type, WORD category, DWORD eventId, P
 BOOL DeregisterEventSource(HANDLE eventSource)
 {
     if (!sim::TheWorld().LookupAs<EventSource>(eventSource)) {
-        SetLastError(6);
+        SetLastError(ERROR_INVALID_HANDLE);
         return 0;
     }
     sim::TheWorld().CloseHandle(eventSource);
@@ -84,7 +85,7 @@ DWORD GetSecurityInfo(HANDLE object, DWORD /*objectType*/, DWORD /*securityInfo*
         return error;
     }
     if (object != kCurrentProcess) {
-        return 6;
+        return ERROR_INVALID_HANDLE;
     }
     std::u16string const& sid = sim::TheWorld().processes.current.ownerSid;
     auto* block = static_cast<WCHAR*>(sim::LocalAllocate((sid.size() + 1) * sizeof(WCHAR)));
@@ -113,7 +114,7 @@ HLOCAL LocalFree(HLOCAL memory)
         return nullptr;
     }
     if (!sim::LocalRelease(memory)) {
-        SetLastError(6);
+        SetLastError(ERROR_INVALID_HANDLE);
         return memory;
     }
     return nullptr;
@@ -124,7 +125,7 @@ int LoadStringW(HINSTANCE /*module*/, unsigned id, WCHAR* buffer, int bufferMax)
     auto const& strings = sim::TheWorld().processes.current.stringResources;
     auto it = strings.find(id);
     if (it == strings.end() || bufferMax <= 0) {
-        SetLastError(1814);  // ERROR_RESOURCE_NAME_NOT_FOUND
+        SetLastError(ERROR_RESOURCE_NAME_NOT_FOUND);
         return 0;
     }
     std::size_t const count = std::min<std::size_t>(it->second.size(), static_cast<std::size_t>(bufferMax - 1));

@@ -1,6 +1,7 @@
 // Directory change reads, listings, INI files and shell folders of the
 // simulated machine (CreateFileW and the reads and writes are in Io_sim.cpp).
 #include "WideText.h"
+#include "platform/Constants.h"
 #include "platform/Errors.h"
 #include "platform/Files.h"
 #include "platform/sim/SimCaseFold.h"
@@ -15,24 +16,6 @@
 namespace hf::os {
 
 namespace {
-
-constexpr DWORD kFileNotFound = 2;
-constexpr DWORD kPathNotFound = 3;
-constexpr DWORD kInvalidHandle = 6;
-constexpr DWORD kNoMoreFiles = 18;
-constexpr DWORD kFileExists = 80;
-constexpr DWORD kInvalidParameter = 87;
-constexpr DWORD kBufferOverflow = 111;
-constexpr DWORD kAlreadyExists = 183;
-constexpr DWORD kDirectory = 267;
-
-constexpr DWORD kAttributeDirectory = 0x10;
-constexpr DWORD kAttributeNormal = 0x80;
-constexpr DWORD kInvalidFileAttributes = 0xFFFFFFFFu;
-constexpr int kCsidlLocalAppData = 0x001C;
-constexpr HRESULT kOk = 0;
-constexpr HRESULT kFail = static_cast<HRESULT>(0x80004005u);
-constexpr HRESULT kInvalidArg = static_cast<HRESULT>(0x80070057u);
 
 HANDLE const kInvalidHandleValue = reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(-1));
 
@@ -88,7 +71,7 @@ std::vector<FoundEntry> ListPipes(std::u16string const& pattern)
     std::vector<FoundEntry> entries;
     for (auto const& name : sim::TheWorld().pipes.Names()) {
         if (MatchesPattern(name, pattern)) {
-            entries.push_back(FoundEntry{name, kAttributeNormal, 0});
+            entries.push_back(FoundEntry{name, FILE_ATTRIBUTE_NORMAL, 0});
         }
     }
     return entries;
@@ -98,13 +81,13 @@ bool ListDirectory(std::u16string const& directory, std::u16string const& patter
 {
     std::shared_ptr<sim::FileNode> node = sim::TheWorld().files.Find(directory.empty() ? u"\\" : directory);
     if (!node || !node->isDirectory) {
-        SetLastError(kPathNotFound);
+        SetLastError(ERROR_PATH_NOT_FOUND);
         return false;
     }
     if (node->parent != nullptr) {  // a drive's root has no "." and ".."
         for (auto const* dots : {u".", u".."}) {
             if (MatchesPattern(dots, pattern)) {
-                entries.push_back(FoundEntry{dots, kAttributeDirectory, 0});
+                entries.push_back(FoundEntry{dots, FILE_ATTRIBUTE_DIRECTORY, 0});
             }
         }
     }
@@ -128,7 +111,7 @@ BOOL ReadDirectoryChangesW(HANDLE directory, void* buffer, DWORD bufferLength, B
     }
     auto handle = sim::TheWorld().LookupAs<sim::DirectoryHandle>(directory);
     if (!handle) {
-        SetLastError(sim::TheWorld().Lookup(directory) ? kInvalidParameter : kInvalidHandle);
+        SetLastError(sim::TheWorld().Lookup(directory) ? ERROR_INVALID_PARAMETER : ERROR_INVALID_HANDLE);
         return 0;
     }
     return handle->StartRead(buffer, bufferLength, watchSubtree != 0, notifyFilter, overlapped, completionRoutine);
@@ -153,7 +136,7 @@ HANDLE FindFirstFileW(const WCHAR* fileName, WIN32_FIND_DATAW* findData)
         }
     }
     if (listing->entries.empty()) {
-        SetLastError(kFileNotFound);
+        SetLastError(ERROR_FILE_NOT_FOUND);
         return kInvalidHandleValue;
     }
     Fill(listing->entries[0], findData);
@@ -169,11 +152,11 @@ BOOL FindNextFileW(HANDLE find, WIN32_FIND_DATAW* findData)
     }
     auto listing = sim::TheWorld().LookupAs<FindObject>(find);
     if (!listing) {
-        SetLastError(kInvalidHandle);
+        SetLastError(ERROR_INVALID_HANDLE);
         return 0;
     }
     if (listing->next >= listing->entries.size()) {
-        SetLastError(kNoMoreFiles);
+        SetLastError(ERROR_NO_MORE_FILES);
         return 0;
     }
     Fill(listing->entries[listing->next++], findData);
@@ -183,7 +166,7 @@ BOOL FindNextFileW(HANDLE find, WIN32_FIND_DATAW* findData)
 BOOL FindClose(HANDLE find)
 {
     if (!sim::TheWorld().LookupAs<FindObject>(find)) {
-        SetLastError(kInvalidHandle);
+        SetLastError(ERROR_INVALID_HANDLE);
         return 0;
     }
     sim::TheWorld().CloseHandle(find);
@@ -196,17 +179,17 @@ BOOL CreateDirectoryW(const WCHAR* pathName, void* /*securityAttributes*/)
     if (sim::Injected("CreateDirectoryW", error)) {
         return 0;
     }
-    return sim::TheWorld().files.Create(pathName ? pathName : u"", true, kAttributeDirectory) ? 1 : 0;
+    return sim::TheWorld().files.Create(pathName ? pathName : u"", true, FILE_ATTRIBUTE_DIRECTORY) ? 1 : 0;
 }
 
 DWORD GetFileAttributesW(const WCHAR* fileName)
 {
     DWORD error = 0;
     if (sim::Injected("GetFileAttributesW", error)) {
-        return kInvalidFileAttributes;
+        return INVALID_FILE_ATTRIBUTES;
     }
     std::shared_ptr<sim::FileNode> node = sim::TheWorld().files.Find(fileName ? fileName : u"");
-    return node ? node->attributes : kInvalidFileAttributes;
+    return node ? node->attributes : INVALID_FILE_ATTRIBUTES;
 }
 
 unsigned GetTempFileNameW(const WCHAR* pathName, const WCHAR* prefixString, unsigned unique, WCHAR* tempFileName)
@@ -221,7 +204,7 @@ unsigned GetTempFileNameW(const WCHAR* pathName, const WCHAR* prefixString, unsi
     }
     std::u16string const prefix = std::u16string(prefixString ? prefixString : u"").substr(0, 3);
     if (directory.size() + prefix.size() + 8 >= kMaxPath) {
-        SetLastError(kBufferOverflow);
+        SetLastError(ERROR_BUFFER_OVERFLOW);
         return 0;
     }
     auto nameFor = [&](unsigned number) {
@@ -239,7 +222,7 @@ unsigned GetTempFileNameW(const WCHAR* pathName, const WCHAR* prefixString, unsi
     }
     std::shared_ptr<sim::FileNode> folder = sim::TheWorld().files.Find(directory);
     if (!folder || !folder->isDirectory) {
-        SetLastError(kDirectory);
+        SetLastError(ERROR_DIRECTORY);
         return 0;
     }
     // As Windows does, start from the tick count and take the first free number.
@@ -250,12 +233,12 @@ unsigned GetTempFileNameW(const WCHAR* pathName, const WCHAR* prefixString, unsi
         if (sim::TheWorld().files.Create(name, false, 0x20)) {
             return hand(name, number);
         }
-        if (GetLastError() != kAlreadyExists) {
+        if (GetLastError() != ERROR_ALREADY_EXISTS) {
             return 0;
         }
         number = number == 0xFFFF ? 1 : number + 1;
     } while (number != start);
-    SetLastError(kFileExists);
+    SetLastError(ERROR_FILE_EXISTS);
     return 0;
 }
 
@@ -276,7 +259,7 @@ DWORD GetPrivateProfileStringW(const WCHAR* appName, const WCHAR* keyName, const
             value = *found;
         }
     } else if (!file) {
-        SetLastError(kFileNotFound);
+        SetLastError(ERROR_FILE_NOT_FOUND);
     }
     std::size_t const copied = std::min<std::size_t>(value.size(), size - 1);
     std::copy_n(value.begin(), copied, returnedString);
@@ -290,17 +273,17 @@ HRESULT SHGetFolderPathW(void* /*window*/, int folder, HANDLE /*token*/, DWORD /
     if (sim::Injected("SHGetFolderPathW", error)) {
         return static_cast<HRESULT>(0x80070000u | (error & 0xFFFFu));
     }
-    if (folder != kCsidlLocalAppData || path == nullptr) {
-        return kInvalidArg;
+    if (folder != CSIDL_LOCAL_APPDATA || path == nullptr) {
+        return E_INVALIDARG;
     }
     auto& world = sim::TheWorld();
     std::u16string const folderPath = world.files.LocalAppData(world.processes.current.userName);
     if (!world.files.IsDirectory(folderPath) || folderPath.size() >= kMaxPath) {
-        return kFail;
+        return E_FAIL;
     }
     std::copy(folderPath.begin(), folderPath.end(), path);
     path[folderPath.size()] = 0;
-    return kOk;
+    return S_OK;
 }
 
 }  // namespace hf::os

@@ -1,5 +1,6 @@
 // The calls that files and pipes share: opening by name, reading and writing.
 #include "WideText.h"
+#include "platform/Constants.h"
 #include "platform/Errors.h"
 #include "platform/Files.h"
 #include "platform/sim/SimWorld.h"
@@ -7,8 +8,6 @@
 namespace hf::os {
 
 namespace {
-
-constexpr DWORD kInvalidHandle = 6;
 
 bool IsPipeName(std::u16string const& name)
 {
@@ -20,7 +19,7 @@ std::shared_ptr<sim::IoObject> IoOf(HANDLE handle)
 {
     auto object = sim::TheWorld().LookupAs<sim::IoObject>(handle);
     if (!object) {
-        SetLastError(kInvalidHandle);
+        SetLastError(ERROR_INVALID_HANDLE);
     }
     return object;
 }

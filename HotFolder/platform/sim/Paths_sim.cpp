@@ -1,5 +1,7 @@
 // The shell's path functions and the string comparisons, by Windows' rules.
+#include "platform/Constants.h"
 #include "platform/Errors.h"
+#include "platform/Files.h"
 #include "platform/Paths.h"
 #include "platform/sim/SimCaseFold.h"
 #include "platform/sim/SimWorld.h"
@@ -10,15 +12,6 @@
 namespace hf::os {
 
 namespace {
-
-constexpr std::size_t kMaxPath = 260;
-constexpr DWORD kInvalidParameter = 87;
-constexpr DWORD kFilenameExceedsRange = 206;
-constexpr DWORD kInvalidFlags = 1004;
-constexpr DWORD kNormIgnoreCase = 0x00000001;
-constexpr int kLessThan = 1;
-constexpr int kEqual = 2;
-constexpr int kGreaterThan = 3;
 
 std::u16string_view Counted(const WCHAR* text, int count)
 {
@@ -80,13 +73,13 @@ BOOL PathIsRelativeW(const WCHAR* path)
 BOOL PathCanonicalizeW(WCHAR* destination, const WCHAR* source)
 {
     if (destination == nullptr || source == nullptr) {
-        SetLastError(kInvalidParameter);
+        SetLastError(ERROR_INVALID_PARAMETER);
         return 0;
     }
     destination[0] = 0;
     std::u16string_view const path(source);
     if (path.size() >= kMaxPath) {
-        SetLastError(kFilenameExceedsRange);
+        SetLastError(ERROR_FILENAME_EXCED_RANGE);
         return 0;
     }
     if (path.empty()) {
@@ -128,7 +121,7 @@ BOOL PathCanonicalizeW(WCHAR* destination, const WCHAR* source)
         result += u'\\';  // a bare drive becomes its root
     }
     if (result.size() >= kMaxPath) {
-        SetLastError(kFilenameExceedsRange);
+        SetLastError(ERROR_FILENAME_EXCED_RANGE);
         return 0;
     }
     std::copy(result.begin(), result.end(), destination);
@@ -217,21 +210,21 @@ BOOL PathIsDirectoryW(const WCHAR* path)
 int CompareStringW(DWORD /*locale*/, DWORD flags, const WCHAR* string1, int count1, const WCHAR* string2, int count2)
 {
     if (string1 == nullptr || string2 == nullptr || count1 < -1 || count2 < -1) {
-        SetLastError(kInvalidParameter);
+        SetLastError(ERROR_INVALID_PARAMETER);
         return 0;
     }
-    if ((flags & ~kNormIgnoreCase) != 0) {
-        SetLastError(kInvalidFlags);
+    if ((flags & ~NORM_IGNORECASE) != 0) {
+        SetLastError(ERROR_INVALID_FLAGS);
         return 0;
     }
     std::u16string_view const a = Counted(string1, count1);
     std::u16string_view const b = Counted(string2, count2);
     int order = sim::CompareFolded(a, b);
-    if (order == 0 && (flags & kNormIgnoreCase) == 0) {
+    if (order == 0 && (flags & NORM_IGNORECASE) == 0) {
         // Without NORM_IGNORECASE, case decides last, small letters first.
         order = -a.compare(b);
     }
-    return order < 0 ? kLessThan : order == 0 ? kEqual : kGreaterThan;
+    return order < 0 ? CSTR_LESS_THAN : order == 0 ? CSTR_EQUAL : CSTR_GREATER_THAN;
 }
 
 int _wcsicmp(const WCHAR* string1, const WCHAR* string2)

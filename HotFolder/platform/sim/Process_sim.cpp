@@ -1,3 +1,4 @@
+#include "platform/Constants.h"
 #include "platform/Errors.h"
 #include "platform/Process.h"
 #include "platform/sim/CommandLineSplit.h"
@@ -9,11 +10,6 @@
 namespace hf::os {
 
 namespace {
-
-constexpr DWORD kInvalidHandle = 6;
-constexpr DWORD kInsufficientBuffer = 122;
-constexpr DWORD kWaitObject0 = 0;
-constexpr DWORD kWaitFailed = 0xFFFFFFFFu;
 
 HINSTANCE const kExecutableModule = reinterpret_cast<HINSTANCE>(static_cast<std::uintptr_t>(0x400000));
 
@@ -83,13 +79,13 @@ DWORD GetModuleFileNameW(HINSTANCE /*module*/, WCHAR* buffer, DWORD size)
     }
     std::u16string const& path = sim::TheWorld().processes.current.modulePath;
     if (size == 0) {
-        SetLastError(kInsufficientBuffer);
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
         return 0;
     }
     if (path.size() + 1 > size) {
         std::memcpy(buffer, path.data(), (size - 1) * sizeof(WCHAR));
         buffer[size - 1] = 0;
-        SetLastError(kInsufficientBuffer);
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
         return size;
     }
     std::memcpy(buffer, path.c_str(), (path.size() + 1) * sizeof(WCHAR));
@@ -120,19 +116,19 @@ DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds)
 {
     DWORD error = 0;
     if (sim::Injected("WaitForSingleObject", error)) {
-        return kWaitFailed;
+        return WAIT_FAILED;
     }
     auto& world = sim::TheWorld();
     std::shared_ptr<sim::Object> target = world.Lookup(object);
     if (!target || !target->IsWaitable()) {
-        SetLastError(kInvalidHandle);
-        return kWaitFailed;
+        SetLastError(ERROR_INVALID_HANDLE);
+        return WAIT_FAILED;
     }
     if (auto thread = std::dynamic_pointer_cast<Thread>(target)) {
         thread->RunToEnd();
     }
     DWORD const result = world.Wait([&] { return target->IsSignaled(); }, milliseconds, false);
-    if (result == kWaitObject0) {
+    if (result == WAIT_OBJECT_0) {
         target->Consume();
     }
     return result;
@@ -145,7 +141,7 @@ BOOL CloseHandle(HANDLE object)
         return 0;
     }
     if (!sim::TheWorld().CloseHandle(object)) {
-        SetLastError(kInvalidHandle);
+        SetLastError(ERROR_INVALID_HANDLE);
         return 0;
     }
     return 1;

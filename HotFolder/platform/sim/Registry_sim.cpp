@@ -1,4 +1,5 @@
 #include "WideText.h"
+#include "platform/Constants.h"
 #include "platform/Errors.h"
 #include "platform/Registry.h"
 #include "platform/sim/SimWorld.h"
@@ -8,12 +9,6 @@
 namespace hf::os {
 
 namespace {
-
-constexpr LONG kFileNotFound = 2;
-constexpr LONG kInvalidHandle = 6;
-constexpr LONG kMoreData = 234;
-constexpr LONG kNoMoreItems = 259;
-constexpr LONG kAccessDenied = 5;
 
 class OpenKey : public sim::Object {
 public:
@@ -58,11 +53,11 @@ LONG RegOpenKeyExW(HKEY key, const WCHAR* subKey, DWORD /*options*/, DWORD /*acc
     }
     std::u16string const base = KeyPath(key);
     if (base.empty()) {
-        return kInvalidHandle;
+        return ERROR_INVALID_HANDLE;
     }
     std::u16string const path = SubPath(base, subKey);
     if (sim::TheWorld().registry.Find(path) == nullptr) {
-        return kFileNotFound;
+        return ERROR_FILE_NOT_FOUND;
     }
     *result = sim::TheWorld().AddHandle(std::make_shared<OpenKey>(path));
     return 0;
@@ -77,7 +72,7 @@ LONG RegCreateKeyExW(HKEY key, const WCHAR* subKey, DWORD /*reserved*/, WCHAR* /
     }
     std::u16string const base = KeyPath(key);
     if (base.empty()) {
-        return kInvalidHandle;
+        return ERROR_INVALID_HANDLE;
     }
     std::u16string const path = SubPath(base, subKey);
     bool const existed = sim::TheWorld().registry.Find(path) != nullptr;
@@ -97,11 +92,11 @@ LONG RegQueryValueExW(HKEY key, const WCHAR* valueName, DWORD* /*reserved*/, DWO
     }
     sim::RegistryKey* stored = sim::TheWorld().registry.Find(KeyPath(key));
     if (stored == nullptr) {
-        return kInvalidHandle;
+        return ERROR_INVALID_HANDLE;
     }
     sim::RegistryValue* value = FindValue(*stored, valueName);
     if (value == nullptr) {
-        return kFileNotFound;
+        return ERROR_FILE_NOT_FOUND;
     }
     if (type) {
         *type = value->type;
@@ -114,11 +109,11 @@ LONG RegQueryValueExW(HKEY key, const WCHAR* valueName, DWORD* /*reserved*/, DWO
         return 0;
     }
     if (dataSize == nullptr) {
-        return 87;
+        return ERROR_INVALID_PARAMETER;
     }
     if (*dataSize < size) {
         *dataSize = size;
-        return kMoreData;
+        return ERROR_MORE_DATA;
     }
     if (size != 0) {
         std::memcpy(data, value->data.data(), size);
@@ -135,10 +130,10 @@ LONG RegSetValueExW(HKEY key, const WCHAR* valueName, DWORD /*reserved*/, DWORD 
     }
     std::u16string const path = KeyPath(key);
     if (path.empty() || sim::TheWorld().registry.Find(path) == nullptr) {
-        return kInvalidHandle;
+        return ERROR_INVALID_HANDLE;
     }
     if (sim::Registry::RootName(key).empty() && !sim::TheWorld().LookupAs<OpenKey>(key)) {
-        return kAccessDenied;
+        return ERROR_ACCESS_DENIED;
     }
     std::vector<BYTE> bytes(data, data + dataSize);
     sim::RegistryKey& stored = *sim::TheWorld().registry.Find(path);
@@ -159,11 +154,11 @@ LONG RegDeleteValueW(HKEY key, const WCHAR* valueName)
     }
     sim::RegistryKey* stored = sim::TheWorld().registry.Find(KeyPath(key));
     if (stored == nullptr) {
-        return kInvalidHandle;
+        return ERROR_INVALID_HANDLE;
     }
     sim::RegistryValue* value = FindValue(*stored, valueName);
     if (value == nullptr) {
-        return kFileNotFound;
+        return ERROR_FILE_NOT_FOUND;
     }
     stored->values.erase(stored->values.begin() + (value - stored->values.data()));
     return 0;
@@ -178,10 +173,10 @@ LONG RegDeleteKeyW(HKEY key, const WCHAR* subKey)
     std::u16string const path = SubPath(KeyPath(key), subKey);
     auto& registry = sim::TheWorld().registry;
     if (registry.Find(path) == nullptr) {
-        return kFileNotFound;
+        return ERROR_FILE_NOT_FOUND;
     }
     if (registry.HasSubkeys(path)) {
-        return kAccessDenied;
+        return ERROR_ACCESS_DENIED;
     }
     registry.Erase(path);
     return 0;
@@ -196,14 +191,14 @@ LONG RegEnumValueW(HKEY key, DWORD index, WCHAR* name, DWORD* nameLength, DWORD*
     }
     sim::RegistryKey* stored = sim::TheWorld().registry.Find(KeyPath(key));
     if (stored == nullptr) {
-        return kInvalidHandle;
+        return ERROR_INVALID_HANDLE;
     }
     if (index >= stored->values.size()) {
-        return kNoMoreItems;
+        return ERROR_NO_MORE_ITEMS;
     }
     sim::RegistryValue const& value = stored->values[index];
     if (value.name.size() + 1 > *nameLength) {
-        return kMoreData;
+        return ERROR_MORE_DATA;
     }
     std::memcpy(name, value.name.c_str(), (value.name.size() + 1) * sizeof(WCHAR));
     *nameLength = static_cast<DWORD>(value.name.size());
@@ -218,7 +213,7 @@ LONG RegCloseKey(HKEY key)
     if (!sim::Registry::RootName(key).empty()) {
         return 0;
     }
-    return sim::TheWorld().CloseHandle(key) ? 0 : kInvalidHandle;
+    return sim::TheWorld().CloseHandle(key) ? 0 : ERROR_INVALID_HANDLE;
 }
 
 }  // namespace hf::os

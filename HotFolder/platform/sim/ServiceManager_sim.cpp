@@ -7,15 +7,6 @@ namespace hf::os {
 
 namespace {
 
-constexpr DWORD kInvalidHandle = 6;
-constexpr DWORD kServiceDoesNotExist = 1060;
-constexpr DWORD kServiceAlreadyRunning = 1056;
-constexpr DWORD kServiceNotActive = 1062;
-constexpr DWORD kServiceExists = 1073;
-constexpr DWORD kNotStartedByManager = 1063;
-constexpr DWORD kStopped = 1;
-constexpr DWORD kRunning = 4;
-
 class ManagerHandle : public sim::Object {};
 
 class ServiceHandle : public sim::Object {
@@ -31,7 +22,7 @@ sim::Service* ServiceOf(SC_HANDLE handle)
     auto open = sim::TheWorld().LookupAs<ServiceHandle>(handle);
     sim::Service* service = open ? sim::TheWorld().services.Find(open->name) : nullptr;
     if (service == nullptr) {
-        SetLastError(kInvalidHandle);
+        SetLastError(ERROR_INVALID_HANDLE);
     }
     return service;
 }
@@ -71,11 +62,11 @@ SC_HANDLE OpenServiceW(SC_HANDLE manager, const WCHAR* serviceName, DWORD /*acce
         return nullptr;
     }
     if (!IsManager(manager)) {
-        SetLastError(kInvalidHandle);
+        SetLastError(ERROR_INVALID_HANDLE);
         return nullptr;
     }
     if (sim::TheWorld().services.Find(Text(serviceName)) == nullptr) {
-        SetLastError(kServiceDoesNotExist);
+        SetLastError(ERROR_SERVICE_DOES_NOT_EXIST);
         return nullptr;
     }
     return sim::TheWorld().AddHandle(std::make_shared<ServiceHandle>(Text(serviceName)));
@@ -91,19 +82,19 @@ BOOL StartServiceW(SC_HANDLE service, DWORD /*numArgs*/, const WCHAR** /*args*/)
     if (target == nullptr) {
         return 0;
     }
-    if (target->state != kStopped) {
-        SetLastError(kServiceAlreadyRunning);
+    if (target->state != SERVICE_STOPPED) {
+        SetLastError(ERROR_SERVICE_ALREADY_RUNNING);
         return 0;
     }
     ++target->startRequests;
-    target->state = kRunning;
+    target->state = SERVICE_RUNNING;
     return 1;
 }
 
 BOOL CloseServiceHandle(SC_HANDLE handle)
 {
     if (!sim::TheWorld().CloseHandle(handle)) {
-        SetLastError(kInvalidHandle);
+        SetLastError(ERROR_INVALID_HANDLE);
         return 0;
     }
     return 1;
@@ -119,11 +110,11 @@ SC_HANDLE CreateServiceW(SC_HANDLE manager, const WCHAR* serviceName, const WCHA
         return nullptr;
     }
     if (!IsManager(manager)) {
-        SetLastError(kInvalidHandle);
+        SetLastError(ERROR_INVALID_HANDLE);
         return nullptr;
     }
     if (sim::TheWorld().services.Find(Text(serviceName)) != nullptr) {
-        SetLastError(kServiceExists);
+        SetLastError(ERROR_SERVICE_EXISTS);
         return nullptr;
     }
     sim::Service& created = sim::TheWorld().services.Install(Text(serviceName));
@@ -180,12 +171,12 @@ BOOL ControlService(SC_HANDLE service, DWORD control, SERVICE_STATUS* status)
     if (target == nullptr) {
         return 0;
     }
-    if (target->state == kStopped) {
-        SetLastError(kServiceNotActive);
+    if (target->state == SERVICE_STOPPED) {
+        SetLastError(ERROR_SERVICE_NOT_ACTIVE);
         return 0;
     }
     if (control == 1) {
-        target->state = kStopped;
+        target->state = SERVICE_STOPPED;
     }
     if (status) {
         status->dwServiceType = target->serviceType;
@@ -215,7 +206,7 @@ BOOL StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* table)
         return 0;
     }
     if (!sim::TheWorld().services.dispatcherReachable) {
-        SetLastError(kNotStartedByManager);
+        SetLastError(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
         return 0;
     }
     RunningServiceName() = table[0].lpServiceName;
@@ -232,7 +223,7 @@ SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerW(const WCHAR* serviceName, LPHA
     }
     sim::Service* target = sim::TheWorld().services.Find(Text(serviceName));
     if (target == nullptr) {
-        SetLastError(kServiceDoesNotExist);
+        SetLastError(ERROR_SERVICE_DOES_NOT_EXIST);
         return nullptr;
     }
     target->handler = handler;

@@ -1,4 +1,6 @@
 #include "platform/sim/SimFileSystem.h"
+#include "platform/Constants.h"
+#include "platform/Files.h"
 
 #include "platform/Errors.h"
 #include "platform/sim/SimCaseFold.h"
@@ -9,38 +11,6 @@
 namespace hf::sim {
 
 namespace {
-
-constexpr DWORD kFileNotFound = 2;
-constexpr DWORD kPathNotFound = 3;
-constexpr DWORD kAccessDenied = 5;
-constexpr DWORD kFileExists = 80;
-constexpr DWORD kAlreadyExists = 183;
-constexpr DWORD kInvalidName = 123;
-constexpr std::size_t kMaxPath = 260;
-
-constexpr DWORD kCreateNew = 1;
-constexpr DWORD kCreateAlways = 2;
-constexpr DWORD kOpenExisting = 3;
-constexpr DWORD kOpenAlways = 4;
-constexpr DWORD kTruncateExisting = 5;
-
-constexpr DWORD kAttributeDirectory = 0x10;
-constexpr DWORD kAttributeArchive = 0x20;
-constexpr DWORD kAttributeNormal = 0x80;
-constexpr DWORD kFlagBackupSemantics = 0x02000000;
-constexpr DWORD kFlagDeleteOnClose = 0x04000000;
-
-constexpr DWORD kActionAdded = 1;
-constexpr DWORD kActionRemoved = 2;
-constexpr DWORD kActionModified = 3;
-constexpr DWORD kActionRenamedOld = 4;
-constexpr DWORD kActionRenamedNew = 5;
-
-constexpr DWORD kChangeFileName = 0x01;
-constexpr DWORD kChangeDirName = 0x02;
-constexpr DWORD kChangeAttributes = 0x04;
-constexpr DWORD kChangeSize = 0x08;
-constexpr DWORD kChangeLastWrite = 0x10;
 
 HANDLE const kInvalidHandleValue = reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(-1));
 
@@ -96,7 +66,7 @@ bool IsValidName(std::u16string const& name)
 
 DWORD NameChangeKind(FileNode const& node)
 {
-    return node.isDirectory ? kChangeDirName : kChangeFileName;
+    return node.isDirectory ? FILE_NOTIFY_CHANGE_DIR_NAME : FILE_NOTIFY_CHANGE_FILE_NAME;
 }
 
 // Tells every watch that sees `node` about one change of it: the watches of its
@@ -169,7 +139,7 @@ std::shared_ptr<FileNode> FileSystem::Find(std::u16string const& path) const
     char16_t const driveName[2] = {rooted ? FoldCase(path[0]) : u'\0', u':'};
     auto const drive = rooted ? drives_.find(std::u16string_view(driveName, 2)) : drives_.end();
     if (drive == drives_.end()) {
-        os::SetLastError(kPathNotFound);
+        os::SetLastError(ERROR_PATH_NOT_FOUND);
         return nullptr;
     }
     // The directories walked so far, so that ".." can climb back.
@@ -177,7 +147,7 @@ std::shared_ptr<FileNode> FileSystem::Find(std::u16string const& path) const
     std::shared_ptr<FileNode> const* trail[kMaxDepth];
     std::size_t depth = 0;
     trail[depth++] = &drive->second;
-    char16_t folded[kMaxPath];
+    char16_t folded[os::kMaxPath];
     std::size_t const lastPart = path.find_last_not_of(u"\\/");
     std::size_t begin = 2;
     while (begin < path.size()) {
@@ -196,8 +166,8 @@ std::shared_ptr<FileNode> FileSystem::Find(std::u16string const& path) const
             continue;
         }
         FileNode const& directory = **trail[depth - 1];
-        if (!directory.isDirectory || part.size() > kMaxPath || depth == kMaxDepth) {
-            os::SetLastError(kPathNotFound);
+        if (!directory.isDirectory || part.size() > os::kMaxPath || depth == kMaxDepth) {
+            os::SetLastError(ERROR_PATH_NOT_FOUND);
             return nullptr;
         }
         for (std::size_t i = 0; i < part.size(); ++i) {
@@ -205,7 +175,7 @@ std::shared_ptr<FileNode> FileSystem::Find(std::u16string const& path) const
         }
         auto const child = directory.children.find(std::u16string_view(folded, part.size()));
         if (child == directory.children.end()) {
-            os::SetLastError(last ? kFileNotFound : kPathNotFound);
+            os::SetLastError(last ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
             return nullptr;
         }
         trail[depth++] = &child->second;
@@ -217,16 +187,16 @@ std::shared_ptr<FileNode> FileSystem::Create(std::u16string const& path, bool di
 {
     ParsedPath parsed;
     if (!ParsePath(path, parsed)) {
-        os::SetLastError(kPathNotFound);
+        os::SetLastError(ERROR_PATH_NOT_FOUND);
         return nullptr;
     }
     if (parsed.parts.empty()) {
-        os::SetLastError(kAccessDenied);  // a drive's root
+        os::SetLastError(ERROR_ACCESS_DENIED);  // a drive's root
         return nullptr;
     }
     std::u16string const name = parsed.parts.back();
     if (!IsValidName(name)) {
-        os::SetLastError(kInvalidName);
+        os::SetLastError(ERROR_INVALID_NAME);
         return nullptr;
     }
     std::u16string parentPath = parsed.drive + u"\\";
@@ -235,19 +205,19 @@ std::shared_ptr<FileNode> FileSystem::Create(std::u16string const& path, bool di
     }
     std::shared_ptr<FileNode> parent = Find(parentPath);
     if (!parent || !parent->isDirectory) {
-        os::SetLastError(kPathNotFound);
+        os::SetLastError(ERROR_PATH_NOT_FOUND);
         return nullptr;
     }
     if (parent->children.count(FoldCase(name)) != 0) {
-        os::SetLastError(kAlreadyExists);
+        os::SetLastError(ERROR_ALREADY_EXISTS);
         return nullptr;
     }
     auto node = std::make_shared<FileNode>();
     node->name = name;
     node->isDirectory = directory;
-    node->attributes = directory ? kAttributeDirectory : attributes;
+    node->attributes = directory ? FILE_ATTRIBUTE_DIRECTORY : attributes;
     Attach(*parent, node);
-    Notify(*node, kActionAdded, NameChangeKind(*node));
+    Notify(*node, FILE_ACTION_ADDED, NameChangeKind(*node));
     return node;
 }
 
@@ -259,13 +229,13 @@ void FileSystem::Remove(FileNode& node)
     if (node.parent == nullptr) {
         return;
     }
-    Notify(node, kActionRemoved, NameChangeKind(node));
+    Notify(node, FILE_ACTION_REMOVED, NameChangeKind(node));
     Detach(node);
 }
 
 void FileSystem::ReportModified(FileNode& node, DWORD changeFilter)
 {
-    Notify(node, kActionModified, changeFilter);
+    Notify(node, FILE_ACTION_MODIFIED, changeFilter);
 }
 
 HANDLE FileSystem::Open(std::u16string const& path, DWORD /*access*/, DWORD /*share*/, DWORD disposition, DWORD flags)
@@ -273,38 +243,39 @@ HANDLE FileSystem::Open(std::u16string const& path, DWORD /*access*/, DWORD /*sh
     std::shared_ptr<FileNode> node = Find(path);
     DWORD const missing = node ? 0 : os::GetLastError();
     if (node && node->isDirectory) {
-        if ((flags & kFlagBackupSemantics) == 0 || disposition == kCreateAlways || disposition == kTruncateExisting) {
-            os::SetLastError(kAccessDenied);
+        if ((flags & FILE_FLAG_BACKUP_SEMANTICS) == 0 || disposition == CREATE_ALWAYS ||
+            disposition == TRUNCATE_EXISTING) {
+            os::SetLastError(ERROR_ACCESS_DENIED);
             return kInvalidHandleValue;
         }
-        if (disposition == kCreateNew) {
-            os::SetLastError(kFileExists);
+        if (disposition == CREATE_NEW) {
+            os::SetLastError(ERROR_FILE_EXISTS);
             return kInvalidHandleValue;
         }
         auto directory = std::make_shared<DirectoryHandle>(node);
         node->watchers.push_back(directory);
-        os::SetLastError(disposition == kOpenAlways ? kAlreadyExists : 0);
+        os::SetLastError(disposition == OPEN_ALWAYS ? ERROR_ALREADY_EXISTS : 0);
         return TheWorld().AddHandle(directory);
     }
-    bool const deleteOnClose = (flags & kFlagDeleteOnClose) != 0;
+    bool const deleteOnClose = (flags & FILE_FLAG_DELETE_ON_CLOSE) != 0;
     if (node) {
-        if (disposition == kCreateNew) {
-            os::SetLastError(kFileExists);
+        if (disposition == CREATE_NEW) {
+            os::SetLastError(ERROR_FILE_EXISTS);
             return kInvalidHandleValue;
         }
-        if ((disposition == kCreateAlways || disposition == kTruncateExisting) && !node->contents.empty()) {
+        if ((disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING) && !node->contents.empty()) {
             node->contents.clear();
-            ReportModified(*node, kChangeSize | kChangeLastWrite);
+            ReportModified(*node, FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE);
         }
-        os::SetLastError((disposition == kCreateAlways || disposition == kOpenAlways) ? kAlreadyExists : 0);
+        os::SetLastError((disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS) ? ERROR_ALREADY_EXISTS : 0);
         return TheWorld().AddHandle(std::make_shared<FileHandle>(node, deleteOnClose));
     }
-    if (missing == kPathNotFound || disposition == kOpenExisting || disposition == kTruncateExisting) {
+    if (missing == ERROR_PATH_NOT_FOUND || disposition == OPEN_EXISTING || disposition == TRUNCATE_EXISTING) {
         os::SetLastError(missing);
         return kInvalidHandleValue;
     }
-    DWORD attributes = flags & 0xFFFF & ~kAttributeNormal;
-    attributes |= kAttributeArchive;
+    DWORD attributes = flags & 0xFFFF & ~FILE_ATTRIBUTE_NORMAL;
+    attributes |= FILE_ATTRIBUTE_ARCHIVE;
     node = Create(path, false, attributes);
     if (!node) {
         return kInvalidHandleValue;
@@ -335,7 +306,7 @@ std::shared_ptr<FileNode> FileSystem::EnsureDirectory(std::u16string const& path
         drive = std::make_shared<FileNode>();
         drive->name = path.substr(0, 2);
         drive->isDirectory = true;
-        drive->attributes = kAttributeDirectory;
+        drive->attributes = FILE_ATTRIBUTE_DIRECTORY;
     }
     std::shared_ptr<FileNode> node = drive;
     for (auto const& part : parsed.parts) {
@@ -350,9 +321,9 @@ std::shared_ptr<FileNode> FileSystem::EnsureDirectory(std::u16string const& path
         auto directory = std::make_shared<FileNode>();
         directory->name = part;
         directory->isDirectory = true;
-        directory->attributes = kAttributeDirectory;
+        directory->attributes = FILE_ATTRIBUTE_DIRECTORY;
         Attach(*node, directory);
-        Notify(*directory, kActionAdded, kChangeDirName);
+        Notify(*directory, FILE_ACTION_ADDED, FILE_NOTIFY_CHANGE_DIR_NAME);
         node = directory;
     }
     return node;
@@ -380,16 +351,17 @@ void FileSystem::WriteFile(std::u16string const& path, std::string const& bytes)
             throw std::invalid_argument("cannot write a directory as a file");
         }
         existing->second->contents = bytes;
-        Notify(*existing->second, kActionModified, kChangeSize | kChangeLastWrite, &parsed.parts.back());
+        Notify(*existing->second, FILE_ACTION_MODIFIED, FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE,
+               &parsed.parts.back());
         return;
     }
-    std::shared_ptr<FileNode> file = Create(directoryPath + parsed.parts.back(), false, kAttributeArchive);
+    std::shared_ptr<FileNode> file = Create(directoryPath + parsed.parts.back(), false, FILE_ATTRIBUTE_ARCHIVE);
     if (!file) {
         throw std::invalid_argument("the simulated file system cannot create that file");
     }
     file->contents = bytes;
     if (!bytes.empty()) {
-        ReportModified(*file, kChangeSize | kChangeLastWrite);
+        ReportModified(*file, FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE);
     }
 }
 
@@ -411,14 +383,14 @@ void FileSystem::AppendFile(std::u16string const& path, std::string const& bytes
     }
     file->contents += bytes;
     std::u16string const spelling = LeafOf(path);
-    Notify(*file, kActionModified, kChangeSize | kChangeLastWrite, &spelling);
+    Notify(*file, FILE_ACTION_MODIFIED, FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE, &spelling);
 }
 
 void FileSystem::Touch(std::u16string const& path)
 {
     std::shared_ptr<FileNode> node = FindOrThrow(path);
     std::u16string const spelling = LeafOf(path);
-    Notify(*node, kActionModified, kChangeLastWrite, &spelling);
+    Notify(*node, FILE_ACTION_MODIFIED, FILE_NOTIFY_CHANGE_LAST_WRITE, &spelling);
 }
 
 void FileSystem::Rename(std::u16string const& from, std::u16string const& to)
@@ -440,18 +412,18 @@ void FileSystem::Rename(std::u16string const& from, std::u16string const& to)
     }
     DWORD const kind = NameChangeKind(*node);
     if (directory.get() == node->parent) {
-        Notify(*node, kActionRenamedOld, kind);
+        Notify(*node, FILE_ACTION_RENAMED_OLD_NAME, kind);
         Detach(*node);
         node->name = newName;
         Attach(*directory, node);
-        Notify(*node, kActionRenamedNew, kind);
+        Notify(*node, FILE_ACTION_RENAMED_NEW_NAME, kind);
         return;
     }
-    Notify(*node, kActionRemoved, kind);
+    Notify(*node, FILE_ACTION_REMOVED, kind);
     Detach(*node);
     node->name = newName;
     Attach(*directory, node);
-    Notify(*node, kActionAdded, kind);
+    Notify(*node, FILE_ACTION_ADDED, kind);
 }
 
 void FileSystem::Delete(std::u16string const& path)
@@ -466,8 +438,8 @@ void FileSystem::Delete(std::u16string const& path)
 void FileSystem::SetAttributes(std::u16string const& path, DWORD attributes)
 {
     std::shared_ptr<FileNode> node = FindOrThrow(path);
-    node->attributes = (attributes & ~kAttributeDirectory) | (node->isDirectory ? kAttributeDirectory : 0);
-    ReportModified(*node, kChangeAttributes);
+    node->attributes = (attributes & ~FILE_ATTRIBUTE_DIRECTORY) | (node->isDirectory ? FILE_ATTRIBUTE_DIRECTORY : 0);
+    ReportModified(*node, FILE_NOTIFY_CHANGE_ATTRIBUTES);
 }
 
 bool FileSystem::Exists(std::u16string const& path) const
@@ -529,7 +501,6 @@ void FileSystem::LoseChanges(std::u16string const& directory)
 
 namespace {
 
-constexpr DWORD kErrorInvalidParameter = 87;
 constexpr std::size_t kRecordHeader = 12;
 
 std::size_t RecordBytes(ChangeRecord const& record)
@@ -556,7 +527,7 @@ BOOL DirectoryHandle::StartRead(void* buffer, DWORD size, bool watchSubtree, DWO
 {
     if (buffer == nullptr || reinterpret_cast<std::uintptr_t>(buffer) % 4 != 0 || size < kRecordHeader || filter == 0 ||
         overlapped == nullptr || routine == nullptr) {
-        os::SetLastError(kErrorInvalidParameter);
+        os::SetLastError(ERROR_INVALID_PARAMETER);
         return 0;
     }
     watching_ = true;
@@ -678,7 +649,7 @@ void DirectoryHandle::OnClose()
 BOOL FileHandle::Write(const void* buffer, DWORD size, DWORD* written)
 {
     if (node->parent == nullptr) {
-        os::SetLastError(kFileNotFound);
+        os::SetLastError(ERROR_FILE_NOT_FOUND);
         return 0;
     }
     auto const* bytes = static_cast<const char*>(buffer);
@@ -691,7 +662,7 @@ BOOL FileHandle::Write(const void* buffer, DWORD size, DWORD* written)
         *written = size;
     }
     if (size > 0) {
-        TheWorld().files.ReportModified(*node, kChangeSize | kChangeLastWrite);
+        TheWorld().files.ReportModified(*node, FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE);
     }
     return 1;
 }

@@ -1,17 +1,9 @@
 #include "platform/sim/SimWorld.h"
+#include "platform/Constants.h"
 
 #include "platform/Errors.h"
 
 namespace hf::sim {
-
-namespace {
-constexpr DWORD kInfinite = 0xFFFFFFFFu;
-constexpr DWORD kWaitObject0 = 0;
-constexpr DWORD kWaitIoCompletion = 0xC0;
-constexpr DWORD kWaitTimeout = 0x102;
-constexpr DWORD kWaitFailed = 0xFFFFFFFFu;
-constexpr DWORD kErrorInvalidHandle = 6;
-}  // namespace
 
 void FaultPlan::Fail(std::string const& call, DWORD error, int times)
 {
@@ -118,24 +110,24 @@ DWORD World::Wait(std::function<bool()> const& ready, DWORD timeout, bool alerta
     for (;;) {
         RunDue();
         if (ready()) {
-            return kWaitObject0;
+            return WAIT_OBJECT_0;
         }
         if (alertable && !apcs_.empty()) {
             RunApcs();
-            return kWaitIoCompletion;
+            return WAIT_IO_COMPLETION;
         }
-        bool const timed = timeout != kInfinite;
+        bool const timed = timeout != INFINITE;
         if (timed && (schedule_.empty() || schedule_.begin()->first.first > deadline)) {
             elapsed_ = deadline;
             if (timeout != 0) {
                 ++timedOutWaits_;
             }
-            return kWaitTimeout;
+            return WAIT_TIMEOUT;
         }
         if (schedule_.empty()) {
             ++exhaustedWaits_;
-            os::SetLastError(kErrorInvalidHandle);
-            return kWaitFailed;
+            os::SetLastError(ERROR_INVALID_HANDLE);
+            return WAIT_FAILED;
         }
         elapsed_ = std::max(elapsed_, schedule_.begin()->first.first);
     }
@@ -185,19 +177,19 @@ bool World::CloseHandle(HANDLE handle)
 
 BOOL IoObject::ReadEx(void*, DWORD, OVERLAPPED*, LPOVERLAPPED_COMPLETION_ROUTINE)
 {
-    os::SetLastError(1);  // ERROR_INVALID_FUNCTION
+    os::SetLastError(ERROR_INVALID_FUNCTION);
     return 0;
 }
 
 BOOL IoObject::WriteEx(const void*, DWORD, OVERLAPPED*, LPOVERLAPPED_COMPLETION_ROUTINE)
 {
-    os::SetLastError(1);
+    os::SetLastError(ERROR_INVALID_FUNCTION);
     return 0;
 }
 
 BOOL IoObject::Write(const void*, DWORD, DWORD*)
 {
-    os::SetLastError(1);
+    os::SetLastError(ERROR_INVALID_FUNCTION);
     return 0;
 }
 

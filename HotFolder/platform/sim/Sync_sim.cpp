@@ -1,3 +1,4 @@
+#include "platform/Constants.h"
 #include "platform/Errors.h"
 #include "platform/Sync.h"
 #include "platform/sim/SimWorld.h"
@@ -8,12 +9,6 @@
 namespace hf::os {
 
 namespace {
-
-constexpr DWORD kInvalidHandle = 6;
-constexpr DWORD kInvalidParameter = 87;
-constexpr DWORD kTooManyPosts = 298;
-constexpr DWORD kWaitObject0 = 0;
-constexpr DWORD kWaitFailed = 0xFFFFFFFFu;
 
 class Event : public sim::Object {
 public:
@@ -55,7 +50,7 @@ BOOL SetEvent(HANDLE event)
 {
     auto target = sim::TheWorld().LookupAs<Event>(event);
     if (!target) {
-        SetLastError(kInvalidHandle);
+        SetLastError(ERROR_INVALID_HANDLE);
         return 0;
     }
     target->signaled = true;
@@ -66,7 +61,7 @@ BOOL ResetEvent(HANDLE event)
 {
     auto target = sim::TheWorld().LookupAs<Event>(event);
     if (!target) {
-        SetLastError(kInvalidHandle);
+        SetLastError(ERROR_INVALID_HANDLE);
         return 0;
     }
     target->signaled = false;
@@ -80,7 +75,7 @@ HANDLE CreateSemaphoreW(void* /*securityAttributes*/, LONG initialCount, LONG ma
         return nullptr;
     }
     if (maximumCount <= 0 || initialCount < 0 || initialCount > maximumCount) {
-        SetLastError(kInvalidParameter);
+        SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
     return sim::TheWorld().AddHandle(std::make_shared<Semaphore>(initialCount, maximumCount));
@@ -91,11 +86,11 @@ BOOL ReleaseSemaphore(HANDLE semaphore, LONG releaseCount, LONG* previousCount)
     std::lock_guard<std::recursive_mutex> lock(sim::TheWorld().Mutex());
     auto target = sim::TheWorld().LookupAs<Semaphore>(semaphore);
     if (!target) {
-        SetLastError(kInvalidHandle);
+        SetLastError(ERROR_INVALID_HANDLE);
         return 0;
     }
     if (releaseCount <= 0 || releaseCount > target->maximum - target->count) {
-        SetLastError(kTooManyPosts);
+        SetLastError(ERROR_TOO_MANY_POSTS);
         return 0;
     }
     if (previousCount) {
@@ -109,20 +104,20 @@ DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL waitAll,
 {
     DWORD error = 0;
     if (sim::Injected("WaitForMultipleObjectsEx", error)) {
-        return kWaitFailed;
+        return WAIT_FAILED;
     }
     auto& world = sim::TheWorld();
     std::lock_guard<std::recursive_mutex> lock(world.Mutex());
     if (count == 0 || count > 64 || waitAll) {
-        SetLastError(kInvalidParameter);
-        return kWaitFailed;
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return WAIT_FAILED;
     }
     std::vector<std::shared_ptr<sim::Object>> objects;
     for (DWORD i = 0; i < count; ++i) {
         auto object = world.Lookup(handles[i]);
         if (!object || !object->IsWaitable()) {
-            SetLastError(kInvalidHandle);
-            return kWaitFailed;
+            SetLastError(ERROR_INVALID_HANDLE);
+            return WAIT_FAILED;
         }
         objects.push_back(std::move(object));
     }
@@ -137,9 +132,9 @@ DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL waitAll,
         return false;
     };
     DWORD const result = world.Wait(ready, milliseconds, alertable != 0);
-    if (result == kWaitObject0) {
+    if (result == WAIT_OBJECT_0) {
         objects[signaled]->Consume();
-        return kWaitObject0 + signaled;
+        return WAIT_OBJECT_0 + signaled;
     }
     return result;
 }
@@ -148,7 +143,7 @@ DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll, D
 {
     DWORD error = 0;
     if (sim::Injected("WaitForMultipleObjects", error)) {
-        return kWaitFailed;
+        return WAIT_FAILED;
     }
     return WaitForMultipleObjectsEx(count, handles, waitAll, milliseconds, 0);
 }

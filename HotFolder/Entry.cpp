@@ -37,11 +37,6 @@ std::vector<std::u16string> ProgramArguments(const WCHAR* commandLine)
     return arguments;
 }
 
-DWORD ThreadProcedure(void* parameter)
-{
-    return SupervisorThread(parameter);
-}
-
 // The service and local-server path: the supervisor runs on a thread of its
 // own while the main thread is lent to the service module.
 int RunServiceRole(std::u16string const& commandLine, int showWindow)
@@ -57,7 +52,7 @@ int RunServiceRole(std::u16string const& commandLine, int showWindow)
     // CreateThread's result is not acted on: without a supervisor the service
     // still starts, and the final wait returns at once.
     UniqueKernelHandle supervisor(
-        os::CreateThread(nullptr, 0, &ThreadProcedure, nullptr, 0, &module.supervisorThreadId));
+        os::CreateThread(nullptr, 0, &SupervisorThread, nullptr, 0, &module.supervisorThreadId));
     LONG const result = module.Start(showWindow);
     if (result != 0) {
         TheCommandQueue().Post(Command{CMD_STOP, {}});

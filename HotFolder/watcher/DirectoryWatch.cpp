@@ -9,7 +9,6 @@
 #include "watcher/InputFiles.h"
 #include "watcher/PathRules.h"
 
-#include <cstddef>
 #include <memory>
 
 namespace hf {
@@ -18,8 +17,6 @@ namespace {
 
 static_assert(kWatchFilter == (FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE),
               "watches ask for file names, sizes and last-write times");
-
-constexpr std::size_t kRecordHeaderBytes = offsetof(os::FILE_NOTIFY_INFORMATION, FileName);
 
 DirectoryWatch& WatchOf(OVERLAPPED* overlapped)
 {
@@ -30,8 +27,7 @@ DirectoryWatch& WatchOf(OVERLAPPED* overlapped)
 // Calls `visit` for every record of the buffer, from the first one, whatever
 // byte count the completion gave: a completion of zero bytes (changes were
 // lost) walks again the records of the previous one. A buffer that no read has
-// filled yet holds no records, and a record that claims to reach past the
-// buffer, or a misaligned offset, ends the walk.
+// filled yet holds no records.
 template <typename Visit>
 void ForEachRecord(DirectoryWatch& watch, DWORD bytesTransferred, Visit visit)
 {
@@ -41,18 +37,10 @@ void ForEachRecord(DirectoryWatch& watch, DWORD bytesTransferred, Visit visit)
     if (!watch.holdsRecords) {
         return;
     }
-    std::size_t offset = 0;
-    for (;;) {
-        auto const& record = *reinterpret_cast<os::FILE_NOTIFY_INFORMATION const*>(watch.buffer + offset);
-        if (offset + kRecordHeaderBytes + record.FileNameLength > kChangeBufferSize) {
-            return;
-        }
+    ChangeRecordWalk walk(watch.buffer, kChangeBufferSize);
+    ChangeRecord record;
+    while (walk.Next(record)) {
         visit(record);
-        if (record.NextEntryOffset == 0 || record.NextEntryOffset % sizeof(DWORD) != 0 ||
-            offset + record.NextEntryOffset + kRecordHeaderBytes > kChangeBufferSize) {
-            return;
-        }
-        offset += record.NextEntryOffset;
     }
 }
 
@@ -86,12 +74,6 @@ void WakeWatch(std::u16string const& folder)
 }
 
 }  // namespace
-
-std::u16string RecordFileName(os::FILE_NOTIFY_INFORMATION const& record)
-{
-    auto const* name = reinterpret_cast<char16_t const*>(reinterpret_cast<BYTE const*>(&record) + kRecordHeaderBytes);
-    return std::u16string(name, record.FileNameLength / sizeof(char16_t));
-}
 
 bool OpenDirectoryWatch(std::u16string const& path, DirectoryWatch& watch, HotFolderWatcher& owner)
 {
@@ -132,7 +114,9 @@ void AddDirectoryWatch(HotFolderWatcher& watcher, std::u16string const& folder)
         ++root.useCount;
         return;
     }
-    auto watch = std::make_unique<DirectoryWatch>();
+    // Not value-initialised: zeroing the buffer would touch every one of its
+    // pages for each watch, and a read fills it before anything is walked.
+    std::unique_ptr<DirectoryWatch> watch(new DirectoryWatch);
     if (!OpenDirectoryWatch(folder, *watch, watcher)) {
         return;
     }
@@ -166,7 +150,7 @@ void OnFolderChange(DWORD errorCode, DWORD bytesTransferred, OVERLAPPED* overlap
         EndWatch(&watch);
         return;
     }
-    ForEachRecord(watch, bytesTransferred, [&watch](os::FILE_NOTIFY_INFORMATION const& record) {
+    ForEachRecord(watch, bytesTransferred, [&watch](ChangeRecord const& record) {
         ReportFileAction(*watch.owner->events, watch.path, record);
         HandleFileAction(record, watch);
     });
@@ -181,11 +165,10 @@ void OnRootChange(DWORD errorCode, DWORD bytesTransferred, OVERLAPPED* overlappe
         ReportCompletionError(root, errorCode);
         return;
     }
-    ForEachRecord(root, bytesTransferred, [&root](os::FILE_NOTIFY_INFORMATION const& record) {
+    ForEachRecord(root, bytesTransferred, [&root](ChangeRecord const& record) {
         ReportFileAction(*root.owner->events, root.path, record);
-        std::u16string const name = RecordFileName(record);
-        if (IsSettingsChange(name)) {
-            LoadHotFolder(JoinPath(root.path, name), *root.owner);
+        if (IsSettingsChange(record.FileName)) {
+            LoadHotFolder(JoinPath(root.path, record.FileName), *root.owner);
         } else {
             HandleFileAction(record, root);
         }
@@ -193,8 +176,7 @@ void OnRootChange(DWORD errorCode, DWORD bytesTransferred, OVERLAPPED* overlappe
     ArmDirectoryWatch(root, kWatchFilter, OnRootChange, false);
 }
 
-void ReportFileAction(EventReporter& events, std::u16string const& watchedPath,
-                      os::FILE_NOTIFY_INFORMATION const& record)
+void ReportFileAction(EventReporter& events, std::u16string const& watchedPath, ChangeRecord const& record)
 {
     WORD type = EVENTLOG_INFORMATION_TYPE;
     DWORD messageId = 0;
@@ -219,7 +201,7 @@ void ReportFileAction(EventReporter& events, std::u16string const& watchedPath,
             messageId = MSG_FILE_UNKNOWN_ACTION;
             break;
     }
-    events.Report(type, messageId, {watchedPath, RecordFileName(record)});
+    events.Report(type, messageId, {watchedPath, record.FileName});
 }
 
 }  // namespace hf

@@ -14,6 +14,7 @@
 #include "platform/Files.h"
 #include "platform/Types.h"
 #include "platform/UniqueHandle.h"
+#include "watcher/ChangeRecords.h"
 
 #include <string>
 
@@ -40,7 +41,8 @@ struct DirectoryWatch {
     UniqueFileHandle directory;
     // The watched directory, exactly as it was opened.
     std::u16string path;
-    // The records of the latest completed read.
+    // The records of the latest completed read. Left uninitialised when the
+    // watch is made; `holdsRecords` says when a read has filled it.
     alignas(DWORD) BYTE buffer[kChangeBufferSize];
     // The hot folders that rely on this watch (for the root, 1 for its own use besides).
     DWORD useCount = 1;
@@ -69,10 +71,6 @@ void OnRootChange(DWORD errorCode, DWORD bytesTransferred, OVERLAPPED* overlappe
 void OnFolderChange(DWORD errorCode, DWORD bytesTransferred, OVERLAPPED* overlapped);
 
 // Reports one change record (messages 38 to 43).
-void ReportFileAction(EventReporter& events, std::u16string const& watchedPath,
-                      os::FILE_NOTIFY_INFORMATION const& record);
-
-// The file name a change record carries, relative to the watched directory.
-std::u16string RecordFileName(os::FILE_NOTIFY_INFORMATION const& record);
+void ReportFileAction(EventReporter& events, std::u16string const& watchedPath, ChangeRecord const& record);
 
 }  // namespace hf

@@ -6,9 +6,9 @@
 
 namespace hf {
 
-void HandleFileAction(os::FILE_NOTIFY_INFORMATION const& record, DirectoryWatch& watch)
+void HandleFileAction(ChangeRecord const& record, DirectoryWatch& watch)
 {
-    std::u16string const path = JoinPath(watch.path, RecordFileName(record));
+    std::u16string const path = JoinPath(watch.path, record.FileName);
     if (os::PathIsDirectoryW(path.c_str())) {
         return;
     }

@@ -4,7 +4,7 @@
 // their DesktopIniPath.
 #pragma once
 
-#include "platform/Files.h"
+#include "watcher/ChangeRecords.h"
 #include "watcher/HotFolderWatcher.h"
 
 #include <string>
@@ -17,7 +17,7 @@ struct DirectoryWatch;
 // is not a settings change: added, modified and renamed-to records touch the
 // file, removed and renamed-from records forget it. Directories and files of
 // folders that no hot folder takes are left alone.
-void HandleFileAction(os::FILE_NOTIFY_INFORMATION const& record, DirectoryWatch& watch);
+void HandleFileAction(ChangeRecord const& record, DirectoryWatch& watch);
 
 // Whether some hot folder takes the file's directory as its InputFolder.
 bool IsWatchedInputFile(std::u16string const& filePath, SpecsByInput const& specsByInput);

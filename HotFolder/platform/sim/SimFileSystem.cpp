@@ -126,6 +126,7 @@ void FileSystem::Clear()
     drives_.clear();
     localAppData_.clear();
     overflowError = 0;
+    recordLayout = RecordLayout::Padded;
     MakeDirectory(u"C:\\");
     MakeDirectory(LocalAppData(u"OFFICE\\clerk"));
 }
@@ -508,8 +509,12 @@ std::size_t RecordBytes(ChangeRecord const& record)
     return kRecordHeader + record.name.size() * sizeof(char16_t);
 }
 
-std::size_t Aligned(std::size_t bytes)
+// The bytes from a record's start to the next record's.
+std::size_t Spaced(std::size_t bytes)
 {
+    if (TheWorld().files.recordLayout == FileSystem::RecordLayout::Packed) {
+        return bytes;
+    }
     return (bytes + 3) & ~std::size_t{3};
 }
 
@@ -550,7 +555,7 @@ std::size_t DirectoryHandle::HeldBytes() const
 {
     std::size_t total = 0;
     for (auto const& record : held_) {
-        total += Aligned(RecordBytes(record));
+        total += Spaced(RecordBytes(record));
     }
     return total;
 }
@@ -609,7 +614,7 @@ void DirectoryHandle::Complete()
     reads_.pop_front();
     std::size_t needed = 0;
     for (std::size_t i = 0; i < held_.size(); ++i) {
-        needed += i + 1 < held_.size() ? Aligned(RecordBytes(held_[i])) : RecordBytes(held_[i]);
+        needed += i + 1 < held_.size() ? Spaced(RecordBytes(held_[i])) : RecordBytes(held_[i]);
     }
     if (lost_ || needed > read.size) {
         lost_ = false;
@@ -623,14 +628,14 @@ void DirectoryHandle::Complete()
         bool const last = i + 1 == held_.size();
         std::size_t const size = RecordBytes(record);
         BYTE* at = read.buffer + offset;
-        PutDword(at, last ? 0 : static_cast<DWORD>(Aligned(size)));
+        PutDword(at, last ? 0 : static_cast<DWORD>(Spaced(size)));
         PutDword(at + 4, record.action);
         PutDword(at + 8, static_cast<DWORD>(record.name.size() * sizeof(char16_t)));
         for (std::size_t k = 0; k < record.name.size(); ++k) {
             at[kRecordHeader + 2 * k] = static_cast<BYTE>(record.name[k] & 0xFF);
             at[kRecordHeader + 2 * k + 1] = static_cast<BYTE>(record.name[k] >> 8);
         }
-        offset += last ? size : Aligned(size);
+        offset += last ? size : Spaced(size);
     }
     held_.clear();
     read.routine(0, static_cast<DWORD>(offset), read.overlapped);

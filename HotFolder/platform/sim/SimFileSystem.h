@@ -73,6 +73,12 @@ public:
     void SetLocalAppData(std::u16string const& user, std::u16string const& path);
     std::u16string LocalAppData(std::u16string const& user) const;
 
+    // --- how change records are laid out -----------------------------------------------
+    // Windows starts every record of a read's buffer on a 4-byte boundary; Wine lays
+    // them end to end. Both are what the platform may deliver.
+    enum class RecordLayout { Padded, Packed };
+    RecordLayout recordLayout = RecordLayout::Padded;
+
     // --- lost changes -------------------------------------------------------------------
     // How a watch learns that changes were lost: 0 completes its read with zero bytes and no
     // error (as Windows does), anything else completes it with that error (as Wine does, 1022).

@@ -50,7 +50,8 @@ TEST_F(DirectoryWatchTest, AnUnknownActionIsAWarningAndTheWalkGoesOn)
     StartWithOutsideFolder();
     DirectoryWatch& watch = *WatchOf(u"D:\\In");
 
-    // A buffer as the system could fill it: an action this system does not know between two it does.
+    // A buffer as the system could fill it, records end to end as Wine lays them:
+    // an action this system does not know between two it does.
     struct Raw {
         DWORD action;
         std::u16string name;
@@ -58,7 +59,7 @@ TEST_F(DirectoryWatchTest, AnUnknownActionIsAWarningAndTheWalkGoesOn)
     std::size_t offset = 0;
     for (std::size_t i = 0; i < std::size(records); ++i) {
         DWORD const nameBytes = static_cast<DWORD>(records[i].name.size() * 2);
-        DWORD const size = (12 + nameBytes + 3) & ~3u;
+        DWORD const size = 12 + nameBytes;
         DWORD const next = i + 1 < std::size(records) ? size : 0;
         std::memcpy(watch.buffer + offset, &next, 4);
         std::memcpy(watch.buffer + offset + 4, &records[i].action, 4);

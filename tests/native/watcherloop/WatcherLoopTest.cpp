@@ -90,11 +90,11 @@ protected:
     }
 
     // A hot folder below the root taking `input`.
-    void HotFolder(std::u16string const& name, std::string const& input)
+    void HotFolder(std::u16string const& name, std::string const& input, std::string const& output = "C:\\Out")
     {
-        world().files.WriteFile(
-            std::u16string(kRoot) + u"\\" + name + u"\\Desktop.ini",
-            "[Tarnwick]\r\nInputFolder=" + input + "\r\nOutputFolder=C:\\Out\r\nScript=" + ToUtf8(kScript) + "\r\n");
+        world().files.WriteFile(std::u16string(kRoot) + u"\\" + name + u"\\Desktop.ini",
+                                "[Tarnwick]\r\nInputFolder=" + input + "\r\nOutputFolder=" + output +
+                                    "\r\nScript=" + ToUtf8(kScript) + "\r\n");
     }
 
     // A service is registered and answers the watcher's announcement.
@@ -132,6 +132,17 @@ protected:
             ADD_FAILURE() << "a job the story did not expect";
         }
         return inputs;
+    }
+
+    // Every job the plug-in received, as "input > output folder", in order.
+    std::vector<std::string> Jobs() const
+    {
+        std::vector<std::string> jobs;
+        for (auto const& frame : plugIn->Frames()) {
+            auto const job = DecodeJobPayload(frame.data() + 4, frame.size() - 4);
+            jobs.push_back(job ? U8(job->input) + " > " + U8(job->outputFolder) : "not a job");
+        }
+        return jobs;
     }
 
     FakeFolderService service;
@@ -192,6 +203,52 @@ TEST_F(WatcherLoopTest, PauseStopsTheHandingOnAndRunResumesIt)
     EXPECT_EQ(jobsAt[20000], 1u) << "b.pdf waited while the watcher was paused";
     EXPECT_EQ(JobInputs(), (std::vector<std::string>{"C:\\In\\a.pdf", "C:\\In\\b.pdf"}));
 }
+
+// What users do to an input folder, with the change records laid out padded
+// (as Windows does) and end to end (as Wine does): a record need not start on a
+// 4-byte boundary, and no record of a read may be lost either way.
+class RecordLayouts : public WatcherLoopTest, public ::testing::WithParamInterface<sim::FileSystem::RecordLayout> {};
+
+TEST_P(RecordLayouts, EveryFileOfABurstReachesBothHotFoldersInTheOrderOfTheWrites)
+{
+    world().files.recordLayout = GetParam();
+    world().files.MakeDirectory(u"C:\\Shared");
+    HotFolder(u"A-Print", "C:\\Shared", "C:\\Printed");
+    HotFolder(u"B-Stamp", "C:\\Shared", "C:\\Stamped");
+    StartService();
+    std::vector<std::string> expected;
+    At(100, [this] {
+        // Names of odd and even lengths, written between two waits: one read holds them all.
+        for (int i = 1; i <= 120; ++i) {
+            world().files.WriteFile(u"C:\\Shared\\f" + Widen(std::to_string(i)) + u".pdf", "%PDF");
+        }
+    });
+    for (int i = 1; i <= 120; ++i) {
+        std::string const input = "C:\\Shared\\f" + std::to_string(i) + ".pdf";
+        expected.push_back(input + " > C:\\Printed");
+        expected.push_back(input + " > C:\\Stamped");
+    }
+    RunTheWatcher();
+    EXPECT_EQ(Jobs(), expected);
+}
+
+TEST_P(RecordLayouts, ARenamedFileIsHandedOnUnderItsNewNameOnly)
+{
+    world().files.recordLayout = GetParam();
+    StartService();
+    DropFileAt(100, u"C:\\In\\a.txt");
+    At(1000, [this] { world().files.Rename(u"C:\\In\\a.txt", u"C:\\In\\b.txt"); });
+    RunTheWatcher();
+    EXPECT_EQ(OnlyEvent(MSG_FILE_RENAMED_NEW).strings, (std::vector<std::u16string>{u"C:\\In", u"b.txt"}));
+    EXPECT_EQ(Jobs(), (std::vector<std::string>{"C:\\In\\b.txt > C:\\Out"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(Watcher, RecordLayouts,
+                         ::testing::Values(sim::FileSystem::RecordLayout::Padded,
+                                           sim::FileSystem::RecordLayout::Packed),
+                         [](auto const& info) {
+                             return info.param == sim::FileSystem::RecordLayout::Packed ? "Packed" : "Padded";
+                         });
 
 struct CommandStory {
     const char* name;

@@ -114,13 +114,9 @@ struct RawRead {
         auto& read = *reinterpret_cast<RawRead*>(overlapped);
         read.completed = true;
         read.error = error;
-        for (std::size_t offset = 0; bytes > 0;) {
-            auto const& record = *reinterpret_cast<os::FILE_NOTIFY_INFORMATION const*>(read.buffer + offset);
-            read.records.emplace_back(record.Action, RecordFileName(record));
-            if (record.NextEntryOffset == 0) {
-                break;
-            }
-            offset += record.NextEntryOffset;
+        ChangeRecordWalk walk(read.buffer, bytes);
+        for (ChangeRecord record; walk.Next(record);) {
+            read.records.emplace_back(record.Action, record.FileName);
         }
     }
 };

@@ -48,6 +48,7 @@ void World::Reset()
     registry.Clear();
     services.Clear();
     processes = Processes{};
+    accounts.Clear();
     files.Clear();
     pipes.Clear();
     com.Clear();

@@ -52,7 +52,7 @@ void World::Reset()
     files.Clear();
     pipes.Clear();
     com.Clear();
-    ForgetReleasedBlocks();
+    ResetLocalMemory();
     os::SetLastError(0);
 }
 

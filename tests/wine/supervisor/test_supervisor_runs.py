@@ -7,7 +7,6 @@ LogonUserW is a stub whose token CreateProcessAsUserW refuses, and the test
 records that answer. The watcher is then started by hand, announced through
 a posted CMD_CONNECT, and switched by posted pause, run and stop. Last, the
 password is looked for in the prefix's registry files and the trace."""
-import getpass
 import os
 import queue
 import secrets
@@ -67,21 +66,7 @@ class SupervisorUnderWine(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.prefix = Prefix.for_test("supervisor_runs")
-        drive_c = cls.prefix.path / "drive_c"
-        cls.input = drive_c / "In"
-        cls.output = drive_c / "Out"
-        cls.journal = drive_c / "journal.txt"
-        cls.input.mkdir()
-        cls.output.mkdir()
-        local = drive_c / "users" / getpass.getuser() / "AppData" / "Local"
-        hot_folder = local / "Tarnwick Hot Folders" / "Invoices"
-        hot_folder.mkdir(parents=True)
-        (hot_folder / "Desktop.ini").write_bytes(
-            b"[.ShellClassInfo]\r\n[Tarnwick]\r\nInputFolder=C:\\In\r\nOutputFolder=C:\\Out\r\n"
-            b"Script=C:\\Scripts\\stamp.py\r\n")
-        cls.prefix.start()
-        cls.prefix.reg_add(r"HKLM\Software\Tarnwick\AcrobatPath", None,
-                           windows_path(build_file("tools", "TestPlugIn", "TestPlugIn.exe")))
+        cls.input, cls.output, cls.journal = cls.prefix.give_user_a_hot_folder()
         cls.password = "Tw-" + secrets.token_hex(12)
         cls.host = Host(cls.prefix)
         cls.watcher = None
@@ -145,10 +130,7 @@ class SupervisorUnderWine(unittest.TestCase):
         self.assertEqual(ids, [4, 20, 10])
 
         # The user's watcher, started by hand, stays stopped until the service connects.
-        type(self).watcher = self.prefix.start_in_background(
-            self.prefix.executable, "-currentuser",
-            extra={"TARNWICK_TEST_PLUGIN": r"-journal:C:\journal.txt -lifetime:180000"})
-        self.wait_for(60)
+        type(self).watcher = self.prefix.start_watcher()
         pipe = "\\\\.\\pipe\\Tarnwick_FolderWatcher_" + user.replace("\\", "_")
         self.assertEqual(self.host.ask(f"post {CMD_CONNECT:x} {pipe}"), "posted")
         connected = self.wait_for(49)

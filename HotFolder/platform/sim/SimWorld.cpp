@@ -2,6 +2,7 @@
 #include "platform/Constants.h"
 
 #include "platform/Errors.h"
+#include "platform/sim/SimMemory.h"
 
 namespace hf::sim {
 
@@ -47,9 +48,11 @@ void World::Reset()
     registry.Clear();
     services.Clear();
     processes = Processes{};
+    accounts.Clear();
     files.Clear();
     pipes.Clear();
     com.Clear();
+    ResetLocalMemory();
     os::SetLastError(0);
 }
 

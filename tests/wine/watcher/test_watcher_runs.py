@@ -3,7 +3,6 @@
 hot folder, the test plug-in standing in for Acrobat through the AcrobatPath
 value, and HotFolderControl.exe switching the watcher as the service would.
 No service is installed, so the watcher stays stopped until it is told to run."""
-import getpass
 import os
 import time
 import unittest
@@ -24,29 +23,8 @@ class WatcherUnderWine(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.prefix = Prefix.for_test("watcher_runs")
-        drive_c = cls.prefix.path / "drive_c"
-        cls.input = drive_c / "In"
-        cls.output = drive_c / "Out"
-        cls.journal = drive_c / "journal.txt"
-        cls.input.mkdir()
-        cls.output.mkdir()
-        # The root and the hot folder exist before the watcher starts: it finds
-        # them at start-up. Its input folder lies outside the root and gets a
-        # watch of its own.
-        local = drive_c / "users" / getpass.getuser() / "AppData" / "Local"
-        hot_folder = local / "Tarnwick Hot Folders" / "Invoices"
-        hot_folder.mkdir(parents=True)
-        (hot_folder / "Desktop.ini").write_bytes(
-            b"[.ShellClassInfo]\r\n[Tarnwick]\r\nInputFolder=C:\\In\r\nOutputFolder=C:\\Out\r\n"
-            b"Script=C:\\Scripts\\stamp.py\r\n")
-        cls.prefix.start()
-        cls.prefix.reg_add(r"HKLM\Software\Tarnwick\AcrobatPath", None,
-                           windows_path(tool("TestPlugIn", "TestPlugIn.exe")))
-        # The plug-in inherits its switches from the watcher's environment.
-        cls.watcher = cls.prefix.start_in_background(
-            cls.prefix.executable, "-currentuser",
-            extra={"TARNWICK_TEST_PLUGIN": r"-journal:C:\journal.txt -lifetime:180000"})
-        cls.prefix.wait_for_events(lambda events: any(e.event_id == 60 for e in events), timeout=60)
+        cls.input, cls.output, cls.journal = cls.prefix.give_user_a_hot_folder()
+        cls.watcher = cls.prefix.start_watcher()
 
     @classmethod
     def tearDownClass(cls):

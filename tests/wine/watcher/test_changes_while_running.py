@@ -7,9 +7,10 @@ every job it gets.
 
 Wine lays the change records of one directory read end to end, so most of them
 start off a 4-byte boundary, and it queues a burst's records in its server and
-hands them over many to a read. Input folders lie outside the root: a
-recursive watch under Wine does not see folders that existed before it
-began."""
+hands them over many to a read. The burst's and the rename's input folders
+lie outside the root, since a recursive watch under Wine does not see folders
+that existed before it began; the new hot folder's lies below the root and is
+made while the watcher runs."""
 import contextlib
 import getpass
 import os
@@ -152,6 +153,7 @@ class ChangesWhileRunning(unittest.TestCase):
         input_folder = self.root_path + r"\Delta\In"
         self.assertEqual(self.wait_for_jobs(input_folder, 1),
                          [(input_folder + r"\x.pdf", r"C:\Scripts\delta.py")])
+
 
 if __name__ == "__main__":
     unittest.main()

@@ -85,7 +85,12 @@ bool Registry::KeyExists(HKEY root, std::u16string const& path) const
 
 void Registry::DeleteKeyTree(HKEY root, std::u16string const& path)
 {
-    std::u16string const key = Normalize(Join(root, path));
+    EraseTree(Join(root, path));
+}
+
+void Registry::EraseTree(std::u16string const& fullPath)
+{
+    std::u16string const key = Normalize(fullPath);
     std::u16string const prefix = key + u"\\";
     for (auto it = keys_.begin(); it != keys_.end();) {
         if (it->first == key || it->first.compare(0, prefix.size(), prefix) == 0) {

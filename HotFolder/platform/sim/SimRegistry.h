@@ -41,6 +41,8 @@ public:
     RegistryKey* Find(std::u16string const& fullPath);
     RegistryKey& Create(std::u16string const& fullPath);
     bool Erase(std::u16string const& fullPath);
+    // Removes the key and every key below it.
+    void EraseTree(std::u16string const& fullPath);
     bool HasSubkeys(std::u16string const& fullPath) const;
     void Clear() { keys_.clear(); }
 

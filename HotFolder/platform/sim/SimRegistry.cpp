@@ -2,6 +2,7 @@
 
 #include "WideText.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace hf::sim {
@@ -99,6 +100,19 @@ void Registry::EraseTree(std::u16string const& fullPath)
             ++it;
         }
     }
+}
+
+std::vector<std::u16string> Registry::KeysBelow(HKEY root, std::u16string const& path) const
+{
+    std::u16string const rootName = Normalize(RootName(root)) + u"\\";
+    std::u16string const key = Normalize(Join(root, path));
+    std::vector<std::u16string> keys;
+    for (auto it = keys_.lower_bound(key); it != keys_.end() && it->first.compare(0, key.size(), key) == 0; ++it) {
+        if (it->first.size() == key.size() || it->first[key.size()] == u'\\') {
+            keys.push_back(it->first.substr(std::min(rootName.size(), it->first.size())));
+        }
+    }
+    return keys;
 }
 
 void Registry::SetRaw(HKEY root, std::u16string const& path, std::u16string const& name, DWORD type,

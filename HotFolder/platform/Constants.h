@@ -66,6 +66,11 @@ constexpr DWORD ERROR_SERVICE_EXISTS = 1073;
 constexpr DWORD ERROR_RESOURCE_NAME_NOT_FOUND = 1814;
 constexpr DWORD ERROR_LOGON_FAILURE = 1326;
 constexpr DWORD ERROR_NONE_MAPPED = 1332;
+constexpr DWORD ERROR_PRIVILEGE_NOT_HELD = 1314;
+constexpr DWORD NERR_Success = 0;
+constexpr DWORD NERR_UserNotFound = 2221;
+// The data protection API's answer for a blob that another account sealed.
+constexpr DWORD NTE_BAD_KEY_STATE = 0x8009000Bu;
 
 // HRESULTs.
 constexpr HRESULT S_OK = 0;
@@ -170,6 +175,12 @@ constexpr DWORD STILL_ACTIVE = 259;  // GetExitCodeProcess of a process that has
 
 // User names.
 constexpr int NameSamCompatible = 2;
+
+// Memory, data protection and logons.
+constexpr unsigned LMEM_FIXED = 0;
+constexpr DWORD CRYPTPROTECT_UI_FORBIDDEN = 0x1;
+constexpr DWORD LOGON32_LOGON_INTERACTIVE = 2;
+constexpr DWORD LOGON32_PROVIDER_DEFAULT = 0;
 
 // Security information.
 constexpr DWORD SE_KERNEL_OBJECT = 6;

@@ -27,6 +27,9 @@ DWORD GetSecurityInfo(HANDLE object, DWORD objectType, DWORD securityInfo, PSID*
 // LocalFree: frees memory that a system call allocated for the caller; null on success.
 HLOCAL LocalFree(HLOCAL memory);
 
+// LocalAlloc: a block of the process heap that LocalFree releases; null on failure.
+HLOCAL LocalAlloc(unsigned flags, std::size_t bytes);
+
 // LoadStringW: copies string resource `id` of the module into `buffer` (at most
 // `bufferMax` characters with the terminator); returns the characters copied, 0 if absent.
 int LoadStringW(HINSTANCE module, unsigned id, WCHAR* buffer, int bufferMax);

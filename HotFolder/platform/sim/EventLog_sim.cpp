@@ -120,6 +120,15 @@ HLOCAL LocalFree(HLOCAL memory)
     return nullptr;
 }
 
+HLOCAL LocalAlloc(unsigned /*flags*/, std::size_t bytes)
+{
+    DWORD error = 0;
+    if (sim::Injected("LocalAlloc", error)) {
+        return nullptr;
+    }
+    return sim::LocalAllocate(bytes);
+}
+
 int LoadStringW(HINSTANCE /*module*/, unsigned id, WCHAR* buffer, int bufferMax)
 {
     auto const& strings = sim::TheWorld().processes.current.stringResources;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <vector>
 
 namespace hf::sim {
 
@@ -11,5 +12,11 @@ void* LocalAllocate(std::size_t size);
 bool LocalRelease(void* memory);
 // Blocks handed out and not yet freed (tests check for leaks with it).
 std::size_t LocalBlocksOutstanding();
+
+// What every block held at the moment it was released, in release order, since
+// the last ForgetReleasedBlocks: a test reads what the code left in memory it
+// gave back (a secret it should have wiped, say).
+std::vector<std::vector<unsigned char>> ReleasedBlocks();
+void ForgetReleasedBlocks();
 
 }  // namespace hf::sim

@@ -2,6 +2,7 @@
 #include "platform/Constants.h"
 
 #include "platform/Errors.h"
+#include "platform/sim/SimMemory.h"
 
 namespace hf::sim {
 
@@ -50,6 +51,7 @@ void World::Reset()
     files.Clear();
     pipes.Clear();
     com.Clear();
+    ForgetReleasedBlocks();
     os::SetLastError(0);
 }
 

@@ -40,6 +40,11 @@ HLOCAL LocalFree(HLOCAL memory)
     return ::LocalFree(memory);
 }
 
+HLOCAL LocalAlloc(unsigned flags, std::size_t bytes)
+{
+    return ::LocalAlloc(flags, bytes);
+}
+
 int LoadStringW(HINSTANCE module, unsigned id, WCHAR* buffer, int bufferMax)
 {
     return ::LoadStringW(static_cast<::HINSTANCE>(module), id, reinterpret_cast<LPWSTR>(buffer), bufferMax);

@@ -5,6 +5,7 @@
 #include "service/HotFolderModule.h"
 #include "service/ServiceInstaller.h"
 #include "supervisor/CommandQueue.h"
+#include "supervisor/UserStore.h"
 
 namespace hf {
 
@@ -76,6 +77,16 @@ private:
 
 // Kept to the end of the process: the module releases the description while
 // static objects are being destroyed.
+// Opens the installed-user store for one call and gives the call's Win32
+// result as an HRESULT; an open that fails ends the call with its error.
+template <typename Call>
+HRESULT WithStore(Call const& call)
+{
+    UserStore const store = UserStore::Open();
+    LONG const result = store.status() != 0 ? store.status() : call(store);
+    return HResultFromWin32(static_cast<DWORD>(result));
+}
+
 TypeDescription& FolderServiceType()
 {
     static auto* description = new TypeDescription;
@@ -189,19 +200,31 @@ private:
     std::uint32_t references_ = 0;
 };
 
-HRESULT FolderService::IsUserInstalled(os::BSTR /*domainSlashName*/, os::VARIANT_BOOL* /*isInstalled*/)
+HRESULT FolderService::IsUserInstalled(os::BSTR domainSlashName, os::VARIANT_BOOL* isInstalled)
 {
-    return E_NOTIMPL;
+    return WithStore([&](UserStore const& store) {
+        bool installed = false;
+        LONG const result = store.IsInstalled(Text(domainSlashName), installed);
+        if (result == 0) {
+            *isInstalled = installed ? VARIANT_TRUE : VARIANT_FALSE;
+        }
+        return result;
+    });
 }
 
-HRESULT FolderService::InstallUser(os::BSTR /*domainSlashName*/, os::BSTR /*password*/)
+// The password is protected whole, as counted, and never kept in clear. The
+// supervisor reads the store when it starts; nobody is told now.
+HRESULT FolderService::InstallUser(os::BSTR domainSlashName, os::BSTR password)
 {
-    return E_NOTIMPL;
+    return WithStore([&](UserStore const& store) {
+        return store.Install(Text(domainSlashName), std::u16string_view(password, os::SysStringLen(password)));
+    });
 }
 
-HRESULT FolderService::UninstallUser(os::BSTR /*domainSlashName*/)
+// A running watcher of the user is not stopped.
+HRESULT FolderService::UninstallUser(os::BSTR domainSlashName)
 {
-    return E_NOTIMPL;
+    return WithStore([&](UserStore const& store) { return store.Uninstall(Text(domainSlashName)); });
 }
 
 // The class object lives as long as the process; its references are counted

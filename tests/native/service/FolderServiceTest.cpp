@@ -7,6 +7,7 @@
 #include "service/HotFolderModule.h"
 #include "supervisor/CommandQueue.h"
 
+#include <algorithm>
 #include <memory>
 
 namespace hf::test {
@@ -78,6 +79,47 @@ TEST_F(FolderServiceTest, ObjectsHoldTheServerAndAnAggregatorMustAskForIUnknown)
     EXPECT_EQ(inner, nullptr);
     ASSERT_EQ(FolderServiceClassObject()->CreateInstance(outer.get(), os::IID_IUnknown, &inner), S_OK);
     static_cast<os::IUnknown*>(inner)->Release();
+}
+
+constexpr char16_t kUsers[] = u"SOFTWARE\\Orvanta\\Tarnwick\\4\\HotFolderUsers";
+
+TEST_F(FolderServiceTest, UsersAreInstalledQueriedAndUninstalledThroughTheStore)
+{
+    ServicePtr service = Create();
+    os::VARIANT_BOOL installed = 7;
+    EXPECT_EQ(service->IsUserInstalled(Bstr(u"OFFICE\\clerk"), &installed), S_OK);
+    EXPECT_EQ(installed, VARIANT_FALSE);
+    EXPECT_TRUE(world().registry.KeyExists(HKEY_LOCAL_MACHINE, kUsers)) << "the store key is made on first use";
+
+    EXPECT_EQ(service->InstallUser(Bstr(u"OFFICE\\clerk"), Bstr(std::u16string(u"pa\0ss", 5))), S_OK);
+    EXPECT_EQ(service->IsUserInstalled(Bstr(u"OFFICE\\clerk"), &installed), S_OK);
+    EXPECT_EQ(installed, VARIANT_TRUE);
+    auto const stored = world().registry.Value(HKEY_LOCAL_MACHINE, kUsers, u"OFFICE\\clerk");
+    ASSERT_TRUE(stored);
+    EXPECT_EQ(stored->type, REG_BINARY);
+    std::u16string const clear(u"pa\0ss", 5);
+    auto const* clearBytes = reinterpret_cast<BYTE const*>(clear.data());
+    EXPECT_EQ(std::search(stored->data.begin(), stored->data.end(), clearBytes, clearBytes + 10), stored->data.end())
+        << "no clear text is stored";
+
+    EXPECT_EQ(service->UninstallUser(Bstr(u"OFFICE\\clerk")), S_OK);
+    EXPECT_EQ(service->UninstallUser(Bstr(u"OFFICE\\clerk")), static_cast<HRESULT>(0x80070002u));
+}
+
+TEST_F(FolderServiceTest, StoreFailuresAreReturnedAsHresultsAndLeaveTheAnswerAlone)
+{
+    ServicePtr service = Create();
+    world().registry.SetString(HKEY_LOCAL_MACHINE, kUsers, u"OFFICE\\typed", u"not binary");
+    os::VARIANT_BOOL installed = 7;
+    EXPECT_EQ(service->IsUserInstalled(Bstr(u"OFFICE\\typed"), &installed), static_cast<HRESULT>(0x8007000Du));
+    EXPECT_EQ(installed, 7);
+
+    world().faults.Fail("RegCreateKeyExW", ERROR_ACCESS_DENIED, 3);
+    EXPECT_EQ(service->IsUserInstalled(Bstr(u"OFFICE\\clerk"), &installed), static_cast<HRESULT>(0x80070005u));
+    EXPECT_EQ(service->InstallUser(Bstr(u"OFFICE\\clerk"), Bstr(u"secret")), static_cast<HRESULT>(0x80070005u));
+    EXPECT_EQ(service->UninstallUser(Bstr(u"OFFICE\\clerk")), static_cast<HRESULT>(0x80070005u));
+    EXPECT_EQ(installed, 7);
+    EXPECT_FALSE(world().registry.Value(HKEY_LOCAL_MACHINE, kUsers, u"OFFICE\\clerk"));
 }
 
 }  // namespace

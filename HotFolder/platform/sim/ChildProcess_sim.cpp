@@ -1,6 +1,7 @@
 // Child processes and the account the process runs as, on the simulated machine.
 #include "platform/Constants.h"
 #include "platform/Errors.h"
+#include "platform/Logon.h"
 #include "platform/Process.h"
 #include "platform/sim/SimChildProcesses.h"
 #include "platform/sim/SimWorld.h"
@@ -52,17 +53,12 @@ std::u16string FirstToken(std::u16string const& commandLine)
     return commandLine.substr(0, commandLine.find_first_of(u" \t"));
 }
 
-}  // namespace
-
-BOOL CreateProcessW(const WCHAR* applicationName, WCHAR* commandLine, void* /*processAttributes*/,
-                    void* /*threadAttributes*/, BOOL inheritHandles, DWORD creationFlags, void* /*environment*/,
-                    const WCHAR* /*currentDirectory*/, STARTUPINFOW* startupInfo,
-                    PROCESS_INFORMATION* processInformation)
+// Starts a process of the program that `applicationName` or the command line
+// names, running as `account`.
+BOOL StartProcess(std::u16string const& account, const WCHAR* applicationName, WCHAR* commandLine, BOOL inheritHandles,
+                  DWORD creationFlags, const WCHAR* currentDirectory, STARTUPINFOW* startupInfo,
+                  PROCESS_INFORMATION* processInformation)
 {
-    DWORD error = 0;
-    if (sim::Injected("CreateProcessW", error)) {
-        return FALSE;
-    }
     std::u16string const line = commandLine ? commandLine : u"";
     if (commandLine != nullptr) {
         // The system may write into the command line while it parses it; a
@@ -76,6 +72,7 @@ BOOL CreateProcessW(const WCHAR* applicationName, WCHAR* commandLine, void* /*pr
         return FALSE;
     }
     auto& world = sim::TheWorld();
+    DWORD error = 0;
     auto process = world.processes.children.Start(path, error);
     if (!process) {
         SetLastError(error);
@@ -86,6 +83,11 @@ BOOL CreateProcessW(const WCHAR* applicationName, WCHAR* commandLine, void* /*pr
     process->inheritHandles = inheritHandles;
     process->creationFlags = creationFlags;
     process->startupInfoSize = startupInfo ? startupInfo->cb : 0;
+    process->currentDirectory = currentDirectory ? currentDirectory : u"";
+    if (startupInfo != nullptr && startupInfo->lpDesktop != nullptr) {
+        process->desktop = std::u16string(startupInfo->lpDesktop);
+    }
+    process->userName = account;
 
     auto object = std::make_shared<ProcessObject>(process);
     process->kernelObject = object;
@@ -95,6 +97,38 @@ BOOL CreateProcessW(const WCHAR* applicationName, WCHAR* commandLine, void* /*pr
     processInformation->dwThreadId = kFirstThreadId + process->processId;
     world.processes.children.RunBehaviour(process);
     return TRUE;
+}
+
+}  // namespace
+
+BOOL CreateProcessW(const WCHAR* applicationName, WCHAR* commandLine, void* /*processAttributes*/,
+                    void* /*threadAttributes*/, BOOL inheritHandles, DWORD creationFlags, void* /*environment*/,
+                    const WCHAR* currentDirectory, STARTUPINFOW* startupInfo, PROCESS_INFORMATION* processInformation)
+{
+    DWORD error = 0;
+    if (sim::Injected("CreateProcessW", error)) {
+        return FALSE;
+    }
+    return StartProcess(sim::TheWorld().processes.current.userName, applicationName, commandLine, inheritHandles,
+                        creationFlags, currentDirectory, startupInfo, processInformation);
+}
+
+BOOL CreateProcessAsUserW(HANDLE token, const WCHAR* applicationName, WCHAR* commandLine, void* /*processAttributes*/,
+                          void* /*threadAttributes*/, BOOL inheritHandles, DWORD creationFlags, void* /*environment*/,
+                          const WCHAR* currentDirectory, STARTUPINFOW* startupInfo,
+                          PROCESS_INFORMATION* processInformation)
+{
+    DWORD error = 0;
+    if (sim::Injected("CreateProcessAsUserW", error)) {
+        return FALSE;
+    }
+    auto const account = sim::TokenAccount(token);
+    if (!account) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    return StartProcess(*account, applicationName, commandLine, inheritHandles, creationFlags, currentDirectory,
+                        startupInfo, processInformation);
 }
 
 BOOL TerminateProcess(HANDLE process, unsigned exitCode)

@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,7 +36,10 @@ public:
     std::u16string imagePath;  // the image that runs, as it was declared
     BOOL inheritHandles = 0;
     DWORD creationFlags = 0;
-    DWORD startupInfoSize = 0;  // STARTUPINFOW::cb
+    DWORD startupInfoSize = 0;              // STARTUPINFOW::cb
+    std::u16string currentDirectory;        // empty when none was given
+    std::optional<std::u16string> desktop;  // STARTUPINFOW::lpDesktop; nothing when it was null
+    std::u16string userName;                // the account it runs as, DOMAIN\user
     DWORD processId = 0;
 
     bool running = true;

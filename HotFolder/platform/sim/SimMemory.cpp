@@ -60,10 +60,26 @@ std::vector<std::vector<unsigned char>> ReleasedBlocks()
     return blocks.released;
 }
 
-void ForgetReleasedBlocks()
+std::vector<std::vector<unsigned char>> HeldBlocks()
 {
     Blocks& blocks = TheBlocks();
     std::lock_guard<std::mutex> lock(blocks.mutex);
+    std::vector<std::vector<unsigned char>> held;
+    for (auto const& [memory, size] : blocks.sizes) {
+        auto const* bytes = static_cast<unsigned char const*>(memory);
+        held.emplace_back(bytes, bytes + size);
+    }
+    return held;
+}
+
+void ResetLocalMemory()
+{
+    Blocks& blocks = TheBlocks();
+    std::lock_guard<std::mutex> lock(blocks.mutex);
+    for (auto const& block : blocks.sizes) {
+        std::free(block.first);
+    }
+    blocks.sizes.clear();
     blocks.released.clear();
 }
 

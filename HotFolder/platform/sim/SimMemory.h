@@ -14,9 +14,14 @@ bool LocalRelease(void* memory);
 std::size_t LocalBlocksOutstanding();
 
 // What every block held at the moment it was released, in release order, since
-// the last ForgetReleasedBlocks: a test reads what the code left in memory it
-// gave back (a secret it should have wiped, say).
+// the last ResetLocalMemory: a test reads what the code left in memory it gave
+// back (a secret it should have wiped, say).
 std::vector<std::vector<unsigned char>> ReleasedBlocks();
-void ForgetReleasedBlocks();
+// What the blocks not yet released hold now.
+std::vector<std::vector<unsigned char>> HeldBlocks();
+
+// A fresh machine: the blocks still held are freed, as a process's heap goes
+// with the process, and the released ones forgotten.
+void ResetLocalMemory();
 
 }  // namespace hf::sim

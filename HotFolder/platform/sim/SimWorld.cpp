@@ -48,10 +48,11 @@ void World::Reset()
     registry.Clear();
     services.Clear();
     processes = Processes{};
+    accounts.Clear();
     files.Clear();
     pipes.Clear();
     com.Clear();
-    ForgetReleasedBlocks();
+    ResetLocalMemory();
     os::SetLastError(0);
 }
 

@@ -10,6 +10,7 @@
 #pragma once
 
 #include "platform/Types.h"
+#include "platform/sim/SimAccounts.h"
 #include "platform/sim/SimCom.h"
 #include "platform/sim/SimEventLog.h"
 #include "platform/sim/SimFileSystem.h"
@@ -132,6 +133,7 @@ public:
     Registry registry;
     ServiceManager services;
     Processes processes;
+    Accounts accounts;
     FileSystem files;
     Pipes pipes;
     Com com;

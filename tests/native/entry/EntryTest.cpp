@@ -159,8 +159,8 @@ TEST_F(EntryTest, ServicePathStartsTheSupervisorAndReports58WhenTheServiceCannot
     sim::EventRecord const failure = OnlyEvent(MSG_SERVICE_RUN_FAILED);
     EXPECT_EQ(failure.category, kCategoryService);
     EXPECT_EQ(failure.type, EVENTLOG_ERROR_TYPE);
-    EXPECT_EQ(RenderedEvents().back(), "Failed to start the service.  Error code: 1063\r\n");
-    EXPECT_EQ(world().eventLog.openSources, 0) << "both reporters are closed";
+    EXPECT_EQ(U8(sim::EventLog::Render(failure)), "Failed to start the service.  Error code: 1063\r\n");
+    EXPECT_EQ(world().eventLog.openSources, 0) << "the entry's reporters and the supervisor's are closed";
     EXPECT_EQ(HandlesLeftOpen(), 0);
 }
 

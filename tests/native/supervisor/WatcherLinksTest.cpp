@@ -1,6 +1,7 @@
 // The service's side of the control protocol against watcher pipes on the
 // simulated machine: connecting, the 4-byte codes each watcher receives, and
 // how failed links are reported and dropped.
+#include "ListeningWatcher.h"
 #include "SimTest.h"
 #include "platform/Files.h"
 #include "platform/Pipes.h"
@@ -15,51 +16,6 @@ namespace {
 
 constexpr char16_t kAlicePipe[] = u"\\\\.\\pipe\\Tarnwick_FolderWatcher_DOMAIN_alice";
 constexpr char16_t kBobPipe[] = u"\\\\.\\pipe\\Tarnwick_FolderWatcher_DOMAIN_bob";
-
-// A watcher's control pipe instance, reading whatever the service writes.
-class ListeningWatcher {
-public:
-    explicit ListeningWatcher(std::u16string const& name)
-    {
-        pipe_ = os::CreateNamedPipeW(name.c_str(), 0x40000003, 0, 255, 10240, 10240, 30000, nullptr);
-        os::ConnectNamedPipe(pipe_, &connect_);
-    }
-    // Starts reading once a client is there; what arrives lands in Received().
-    void Read()
-    {
-        reader_.owner = this;
-        os::ReadFileEx(pipe_, reader_.buffer, sizeof reader_.buffer, &reader_.overlapped, &OnRead);
-    }
-    // The watcher process goes away.
-    void Exit() { os::CloseHandle(pipe_); }
-    std::vector<BYTE> const& Received() const { return received_; }
-
-private:
-    struct Reader {
-        OVERLAPPED overlapped{};
-        BYTE buffer[64]{};
-        ListeningWatcher* owner = nullptr;
-    };
-    static void OnRead(DWORD error, DWORD bytes, OVERLAPPED* overlapped)
-    {
-        auto& reader = *reinterpret_cast<Reader*>(overlapped);
-        if (error == 0) {
-            reader.owner->received_.insert(reader.owner->received_.end(), reader.buffer, reader.buffer + bytes);
-            reader.owner->Read();
-        }
-    }
-
-    HANDLE pipe_ = nullptr;
-    OVERLAPPED connect_{};
-    Reader reader_;
-    std::vector<BYTE> received_;
-};
-
-std::vector<BYTE> Code(DWORD code)
-{
-    return {static_cast<BYTE>(code), static_cast<BYTE>(code >> 8), static_cast<BYTE>(code >> 16),
-            static_cast<BYTE>(code >> 24)};
-}
 
 class WatcherLinksTest : public SimTest {
 protected:
@@ -132,8 +88,8 @@ TEST_F(WatcherLinksTest, TwoLinksToOneWatcherCountAsOneNameAndBothReceiveEveryCo
     second.Read();
     BroadcastCommand(CMD_PAUSE, links, events);
     Deliver();
-    std::vector<BYTE> expected = Code(CMD_RUN);
-    auto const pause = Code(CMD_PAUSE);
+    std::vector<BYTE> expected = CodeBytes(CMD_RUN);
+    auto const pause = CodeBytes(CMD_PAUSE);
     expected.insert(expected.end(), pause.begin(), pause.end());
     EXPECT_EQ(first.Received(), expected);
     EXPECT_EQ(second.Received(), expected);

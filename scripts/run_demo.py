@@ -100,7 +100,9 @@ def start_service(prefix, texts):
     run = prefix.run(prefix.executable, "-startservice")
     print("\n--- TarnwickHotFolder.exe -startservice, and the service it starts")
     print(f"exit code:    {run.exit_code} (1: the start request was accepted)")
-    events = prefix.wait_for_events(lambda e: any(x.event_id == 6 for x in e), timeout=60, start=start)
+    events = prefix.wait_for_events(lambda e: any(x.event_id == 6 for x in e) and
+                                    any(x.event_id == 0 and x.strings == ["Service started/resumed"] for x in e),
+                                    timeout=60, start=start)
     show_events(events, texts)
 
 

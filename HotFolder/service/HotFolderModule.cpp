@@ -12,6 +12,7 @@
 #include "platform/Registry.h"
 #include "platform/UniqueHandle.h"
 #include "service/FolderService.h"
+#include "service/Registration.h"
 #include "supervisor/CommandQueue.h"
 
 #include <array>
@@ -144,19 +145,13 @@ void CHotFolderModule::Log(std::u16string_view text)
 
 LONG CHotFolderModule::Start(int /*showWindow*/)
 {
-    UniqueRegistryKey appIds;
     UniqueRegistryKey appId;
-    LONG opened = os::RegOpenKeyExW(HKEY_CLASSES_ROOT, u"AppID", 0, KEY_READ, appIds.put());
-    if (opened == 0) {
-        opened = os::RegOpenKeyExW(appIds.get(), kAppId, 0, KEY_READ, appId.put());
-    }
-    if (opened != 0) {
+    if (LONG const opened = OpenAppIdKey(KEY_READ, appId); opened != 0) {
         status_.dwWin32ExitCode = static_cast<DWORD>(opened);
         return opened;
     }
     bool const localService = HasLocalService(appId.get());
     appId.reset();
-    appIds.reset();
 
     if (localService) {
         runAsService_ = true;

@@ -49,6 +49,13 @@ LONG SetDword(HKEY key, const WCHAR* name, DWORD value)
 
 }  // namespace
 
+LONG OpenAppIdKey(DWORD access, UniqueRegistryKey& appId)
+{
+    UniqueRegistryKey appIds;
+    LONG const opened = os::RegOpenKeyExW(HKEY_CLASSES_ROOT, u"AppID", 0, access, appIds.put());
+    return opened != 0 ? opened : os::RegOpenKeyExW(appIds.get(), kAppId, 0, access, appId.put());
+}
+
 HRESULT ServerRegistration::ApplyTable(unsigned id, bool registering)
 {
     std::u16string script;
@@ -167,18 +174,12 @@ HRESULT ServerRegistration::UnregisterAppId()
     if (!UninstallService(module_.ServiceName())) {
         return E_FAIL;
     }
-    UniqueRegistryKey appIds;
     UniqueRegistryKey appId;
-    LONG opened = os::RegOpenKeyExW(HKEY_CLASSES_ROOT, u"AppID", 0, KEY_WRITE, appIds.put());
-    if (opened == 0) {
-        opened = os::RegOpenKeyExW(appIds.get(), kAppId, 0, KEY_WRITE, appId.put());
-    }
-    if (opened != 0) {
+    if (LONG const opened = OpenAppIdKey(KEY_WRITE, appId); opened != 0) {
         return HResultFromWin32(static_cast<DWORD>(opened));
     }
     os::RegDeleteValueW(appId.get(), kLocalService);
     appId.reset();
-    appIds.reset();
     return ApplyTable(kAppIdTableId, false);
 }
 

@@ -5,10 +5,15 @@
 #pragma once
 
 #include "platform/Types.h"
+#include "platform/UniqueHandle.h"
 
 namespace hf {
 
 class CHotFolderModule;
+
+// Opens HKEY_CLASSES_ROOT\AppID and then the product's AppID below it, each
+// with `access`; the registry's result.
+LONG OpenAppIdKey(DWORD access, UniqueRegistryKey& appId);
 
 class ServerRegistration {
 public:

@@ -31,6 +31,7 @@ import argparse
 import contextlib
 import dataclasses
 import fcntl
+import getpass
 import os
 import re
 import shutil
@@ -447,6 +448,26 @@ class Prefix:
             if time.monotonic() > deadline:
                 raise TimeoutError(f"the events never came; reported so far: {events}")
             time.sleep(0.1)
+
+
+def add_invoices_hot_folder(prefix):
+    """Gives the Wine user of `prefix` the end-to-end tests' hot folder,
+    Invoices: input C:\\In, output C:\\Out, script C:\\Scripts\\stamp.py. The root
+    and the hot folder exist before a watcher starts, so it finds them at
+    start-up; the input folder lies outside the root and gets a watch of its
+    own (Wine reports nothing from folders that existed below a recursive
+    watch before it began). Returns the Unix paths of the input and output
+    folders and of C:\\journal.txt, the test plug-in's journal."""
+    drive_c = prefix.path / "drive_c"
+    (drive_c / "In").mkdir()
+    (drive_c / "Out").mkdir()
+    local = drive_c / "users" / getpass.getuser() / "AppData" / "Local"
+    hot_folder = local / "Tarnwick Hot Folders" / "Invoices"
+    hot_folder.mkdir(parents=True)
+    (hot_folder / "Desktop.ini").write_bytes(
+        b"[.ShellClassInfo]\r\n[Tarnwick]\r\nInputFolder=C:\\In\r\nOutputFolder=C:\\Out\r\n"
+        b"Script=C:\\Scripts\\stamp.py\r\n")
+    return drive_c / "In", drive_c / "Out", drive_c / "journal.txt"
 
 
 def main(argv):

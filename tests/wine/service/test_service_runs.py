@@ -4,7 +4,6 @@ the service installed with -Service and started, a user added with
 HotFolderControl, the user's watcher started as the logon entry starts it,
 a file handed to the test plug-in, and the service stopped and started
 again."""
-import getpass
 import os
 import re
 import time
@@ -12,7 +11,7 @@ import unittest
 from pathlib import Path
 
 from registration import LIBID, SERVICE
-from winetest import Prefix, windows_path
+from winetest import Prefix, add_invoices_hot_folder, windows_path
 
 BUILD = Path(os.environ["HF_BUILD_DIR"])
 CONTROL_TOOL = str(BUILD / "tools" / "ControlTool" / "HotFolderControl.exe")
@@ -39,19 +38,7 @@ class TheServiceEndToEnd(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.prefix = Prefix.for_test("service_runs")
-        drive_c = cls.prefix.path / "drive_c"
-        cls.input = drive_c / "In"
-        cls.output = drive_c / "Out"
-        cls.journal = drive_c / "journal.txt"
-        cls.input.mkdir()
-        cls.output.mkdir()
-        # The hot folder exists before the watcher starts; its input folder
-        # lies outside the root (Wine reports nothing from folders that
-        # existed below a recursive watch before it began).
-        hot_folder = drive_c / "users" / getpass.getuser() / "AppData" / "Local" / "Tarnwick Hot Folders" / "Invoices"
-        hot_folder.mkdir(parents=True)
-        (hot_folder / "Desktop.ini").write_bytes(
-            b"[Tarnwick]\r\nInputFolder=C:\\In\r\nOutputFolder=C:\\Out\r\nScript=C:\\Scripts\\stamp.py\r\n")
+        cls.input, cls.output, cls.journal = add_invoices_hot_folder(cls.prefix)
         cls.prefix.start()
         cls.prefix.reg_add(r"HKLM\Software\Tarnwick\AcrobatPath", None, windows_path(TEST_PLUGIN))
         cls.watcher = None

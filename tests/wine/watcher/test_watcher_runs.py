@@ -3,13 +3,12 @@
 hot folder, the test plug-in standing in for Acrobat through the AcrobatPath
 value, and HotFolderControl.exe switching the watcher as the service would.
 No service is installed, so the watcher stays stopped until it is told to run."""
-import getpass
 import os
 import time
 import unittest
 from pathlib import Path
 
-from winetest import Prefix, windows_path
+from winetest import Prefix, add_invoices_hot_folder, windows_path
 
 ERROR = 1
 INFORMATION = 4
@@ -24,21 +23,7 @@ class WatcherUnderWine(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.prefix = Prefix.for_test("watcher_runs")
-        drive_c = cls.prefix.path / "drive_c"
-        cls.input = drive_c / "In"
-        cls.output = drive_c / "Out"
-        cls.journal = drive_c / "journal.txt"
-        cls.input.mkdir()
-        cls.output.mkdir()
-        # The root and the hot folder exist before the watcher starts: it finds
-        # them at start-up. Its input folder lies outside the root and gets a
-        # watch of its own.
-        local = drive_c / "users" / getpass.getuser() / "AppData" / "Local"
-        hot_folder = local / "Tarnwick Hot Folders" / "Invoices"
-        hot_folder.mkdir(parents=True)
-        (hot_folder / "Desktop.ini").write_bytes(
-            b"[.ShellClassInfo]\r\n[Tarnwick]\r\nInputFolder=C:\\In\r\nOutputFolder=C:\\Out\r\n"
-            b"Script=C:\\Scripts\\stamp.py\r\n")
+        cls.input, cls.output, cls.journal = add_invoices_hot_folder(cls.prefix)
         cls.prefix.start()
         cls.prefix.reg_add(r"HKLM\Software\Tarnwick\AcrobatPath", None,
                            windows_path(tool("TestPlugIn", "TestPlugIn.exe")))

@@ -10,7 +10,6 @@
 #include "watcher/ControlPipe.h"
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace hf {

@@ -71,22 +71,11 @@ struct LaunchCase {
         row.error = code;
         return row;
     }
-    LaunchCase SealedBy(const char16_t* account) const
+    template <typename Field>
+    LaunchCase With(Field LaunchCase::*field, Field value) const
     {
         LaunchCase row = *this;
-        row.sealer = account;
-        return row;
-    }
-    LaunchCase Tampered() const
-    {
-        LaunchCase row = *this;
-        row.tampered = true;
-        return row;
-    }
-    LaunchCase LinkedAs(const char16_t* pipe) const
-    {
-        LaunchCase row = *this;
-        row.linkedAs = pipe;
+        row.*field = value;
         return row;
     }
 };
@@ -150,8 +139,8 @@ INSTANTIATE_TEST_SUITE_P(
                    u"A\\B\\C",
                    {MSG_LOGON_FAILED},
                    "Attempt to logon as user B\\C on domain A failed.  Error code: 1326\r\n"},
-        LaunchCase{"SecondBackslashBecomesAnUnderscoreInThePipe", u"A\\B\\C", {}, ""}.LinkedAs(
-            u"\\\\.\\pipe\\Tarnwick_FolderWatcher_A_B_C"),
+        LaunchCase{"SecondBackslashBecomesAnUnderscoreInThePipe", u"A\\B\\C", {}, ""}.With(
+            &LaunchCase::linkedAs, u"\\\\.\\pipe\\Tarnwick_FolderWatcher_A_B_C"),
         LaunchCase{
             "NoBackslash", u"alice", {MSG_NO_SLASH_IN_USER}, "Found no slash in user name alice.  Cannot logon.\r\n"},
         LaunchCase{"LogonRefused",
@@ -179,14 +168,14 @@ INSTANTIATE_TEST_SUITE_P(
                    kAlice,
                    {MSG_DECRYPT_PASSWORD_FAILED},
                    "Error decrypting password for user OFFICE\\alice.  Error code: -2146893813\r\n"}
-            .SealedBy(u"OFFICE\\clerk"),
+            .With(&LaunchCase::sealer, u"OFFICE\\clerk"),
         LaunchCase{"TamperedBlob",
                    kAlice,
                    {MSG_DECRYPT_PASSWORD_FAILED},
                    "Error decrypting password for user OFFICE\\alice.  Error code: 13\r\n"}
-            .Tampered(),
-        LaunchCase{"AlreadyLinkedUnderOtherLetterCase", kAlice, {}, ""}.LinkedAs(
-            u"\\\\.\\PIPE\\tarnwick_folderwatcher_office_ALICE")),
+            .With(&LaunchCase::tampered, true),
+        LaunchCase{"AlreadyLinkedUnderOtherLetterCase", kAlice, {}, ""}.With(
+            &LaunchCase::linkedAs, u"\\\\.\\PIPE\\tarnwick_folderwatcher_office_ALICE")),
     [](auto const& info) { return std::string(info.param.name); });
 
 TEST_F(WatcherLaunchTest, ALaunchedWatcherRunsAsItsUserWithItsProfileAndTheServiceLetsGoOfIt)

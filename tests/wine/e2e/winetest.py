@@ -429,6 +429,39 @@ class Prefix:
         """Runs a program with arguments quoted as Windows expects."""
         return self.run_command_line(command_line(program, *arguments), timeout)
 
+    def give_user_a_hot_folder(self):
+        """Gives the prefix's user one hot folder, "Invoices", and starts the
+        prefix with the test plug-in (tools/TestPlugIn) standing in for Acrobat
+        through the AcrobatPath value. The root and the hot folder exist before
+        any watcher starts, so a watcher finds them at start-up; the input
+        folder C:\\In lies outside the root and gets a watch of its own.
+        Returns the Unix paths of the input folder, the output folder C:\\Out
+        and the plug-in's journal C:\\journal.txt."""
+        drive_c = self.path / "drive_c"
+        folders = drive_c / "In", drive_c / "Out", drive_c / "journal.txt"
+        folders[0].mkdir()
+        folders[1].mkdir()
+        local = drive_c / "users" / getpass.getuser() / "AppData" / "Local"
+        hot_folder = local / "Tarnwick Hot Folders" / "Invoices"
+        hot_folder.mkdir(parents=True)
+        (hot_folder / "Desktop.ini").write_bytes(
+            b"[.ShellClassInfo]\r\n[Tarnwick]\r\nInputFolder=C:\\In\r\nOutputFolder=C:\\Out\r\n"
+            b"Script=C:\\Scripts\\stamp.py\r\n")
+        self.start()
+        plug_in = Path(os.environ["HF_BUILD_DIR"], "tools", "TestPlugIn", "TestPlugIn.exe")
+        self.reg_add(r"HKLM\Software\Tarnwick\AcrobatPath", None, windows_path(plug_in))
+        return folders
+
+    def start_watcher(self):
+        """Starts the executable as the user's watcher (-currentuser) and waits
+        until it watches its root folder. The plug-in it starts inherits its
+        switches from the watcher's environment: journal C:\\journal.txt."""
+        watcher = self.start_in_background(
+            self.executable, "-currentuser",
+            extra={"TARNWICK_TEST_PLUGIN": r"-journal:C:\journal.txt -lifetime:180000"})
+        self.wait_for_events(lambda events: any(e.event_id == 60 for e in events), timeout=60)
+        return watcher
+
     def events(self, start=0):
         """The events reported in this prefix, from byte `start` of the trace."""
         if not self.trace_path.exists():
@@ -448,26 +481,6 @@ class Prefix:
             if time.monotonic() > deadline:
                 raise TimeoutError(f"the events never came; reported so far: {events}")
             time.sleep(0.1)
-
-
-def add_invoices_hot_folder(prefix):
-    """Gives the Wine user of `prefix` the end-to-end tests' hot folder,
-    Invoices: input C:\\In, output C:\\Out, script C:\\Scripts\\stamp.py. The root
-    and the hot folder exist before a watcher starts, so it finds them at
-    start-up; the input folder lies outside the root and gets a watch of its
-    own (Wine reports nothing from folders that existed below a recursive
-    watch before it began). Returns the Unix paths of the input and output
-    folders and of C:\\journal.txt, the test plug-in's journal."""
-    drive_c = prefix.path / "drive_c"
-    (drive_c / "In").mkdir()
-    (drive_c / "Out").mkdir()
-    local = drive_c / "users" / getpass.getuser() / "AppData" / "Local"
-    hot_folder = local / "Tarnwick Hot Folders" / "Invoices"
-    hot_folder.mkdir(parents=True)
-    (hot_folder / "Desktop.ini").write_bytes(
-        b"[.ShellClassInfo]\r\n[Tarnwick]\r\nInputFolder=C:\\In\r\nOutputFolder=C:\\Out\r\n"
-        b"Script=C:\\Scripts\\stamp.py\r\n")
-    return drive_c / "In", drive_c / "Out", drive_c / "journal.txt"
 
 
 def main(argv):

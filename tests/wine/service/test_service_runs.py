@@ -11,12 +11,11 @@ import unittest
 from pathlib import Path
 
 from registration import LIBID, SERVICE
-from winetest import Prefix, add_invoices_hot_folder, windows_path
+from winetest import Prefix
 
 BUILD = Path(os.environ["HF_BUILD_DIR"])
 CONTROL_TOOL = str(BUILD / "tools" / "ControlTool" / "HotFolderControl.exe")
 SERVICE_CONFIG_TOOL = str(BUILD / "tests" / "wine" / "e2e" / "hf_service_config.exe")
-TEST_PLUGIN = BUILD / "tools" / "TestPlugIn" / "TestPlugIn.exe"
 SETTLE_SECONDS = 2.0
 USER = "OFFICE\\clerk"
 PASSWORD = "s3cret p\u00e4ss"
@@ -38,9 +37,7 @@ class TheServiceEndToEnd(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.prefix = Prefix.for_test("service_runs")
-        cls.input, cls.output, cls.journal = add_invoices_hot_folder(cls.prefix)
-        cls.prefix.start()
-        cls.prefix.reg_add(r"HKLM\Software\Tarnwick\AcrobatPath", None, windows_path(TEST_PLUGIN))
+        cls.input, cls.output, cls.journal = cls.prefix.give_user_a_hot_folder()
         cls.watcher = None
 
     @classmethod
@@ -112,10 +109,8 @@ class TheServiceEndToEnd(unittest.TestCase):
         # The user's watcher starts as the logon entry starts it, announces
         # itself and is connected and told to run by the service alone.
         start = prefix.trace_path.stat().st_size
-        type(self).watcher = prefix.start_in_background(
-            prefix.executable, "-currentuser",
-            extra={"TARNWICK_TEST_PLUGIN": r"-journal:C:\journal.txt -lifetime:300000"})
-        events = prefix.wait_for_events(lambda e: has_event(60)(e) and has_event(49)(e), timeout=60, start=start)
+        type(self).watcher = prefix.start_watcher()
+        events = prefix.wait_for_events(has_event(49), timeout=60, start=start)
         self.assertNotIn(52, [e.event_id for e in events], "the announcement reached the service")
         pipe = [e.strings[0] for e in events if e.event_id == 49][0]
         self.assertRegex(pipe, r"^\\\\\.\\pipe\\Tarnwick_FolderWatcher_")

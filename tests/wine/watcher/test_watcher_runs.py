@@ -8,7 +8,7 @@ import time
 import unittest
 from pathlib import Path
 
-from winetest import Prefix, add_invoices_hot_folder, windows_path
+from winetest import Prefix, windows_path
 
 ERROR = 1
 INFORMATION = 4
@@ -23,15 +23,8 @@ class WatcherUnderWine(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.prefix = Prefix.for_test("watcher_runs")
-        cls.input, cls.output, cls.journal = add_invoices_hot_folder(cls.prefix)
-        cls.prefix.start()
-        cls.prefix.reg_add(r"HKLM\Software\Tarnwick\AcrobatPath", None,
-                           windows_path(tool("TestPlugIn", "TestPlugIn.exe")))
-        # The plug-in inherits its switches from the watcher's environment.
-        cls.watcher = cls.prefix.start_in_background(
-            cls.prefix.executable, "-currentuser",
-            extra={"TARNWICK_TEST_PLUGIN": r"-journal:C:\journal.txt -lifetime:180000"})
-        cls.prefix.wait_for_events(lambda events: any(e.event_id == 60 for e in events), timeout=60)
+        cls.input, cls.output, cls.journal = cls.prefix.give_user_a_hot_folder()
+        cls.watcher = cls.prefix.start_watcher()
 
     @classmethod
     def tearDownClass(cls):

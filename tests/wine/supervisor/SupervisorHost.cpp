@@ -1,0 +1,83 @@
+// SupervisorHost.exe: the service's supervisor thread on the real win32
+// backend, without the service module around it, for the end-to-end test.
+// It takes one command a line on standard input and answers each with one
+// line on standard output:
+//   whoami                  user DOMAIN\name, the account as a watcher names its pipe
+//   list-pipes              pipes <1 when \\.\pipe\* could be listed, else 0> <last error>
+//   install NAME PASSWORD   installed <UserStore::Install's result>
+//   start                   started (the supervisor thread runs)
+//   post CODE [ARGUMENT]    posted (CODE in hexadecimal, onto the process's command queue)
+//   wait MILLISECONDS       ended, or running when the thread is still running then
+// End of input ends the program.
+#include "WideText.h"
+#include "acrobat/PipeNames.h"
+#include "platform/Constants.h"
+#include "platform/Errors.h"
+#include "platform/Files.h"
+#include "platform/Process.h"
+#include "platform/UniqueHandle.h"
+#include "supervisor/CommandQueue.h"
+#include "supervisor/SupervisorThread.h"
+#include "supervisor/UserStore.h"
+
+#include <cstdio>
+#include <sstream>
+#include <string>
+
+namespace {
+
+using namespace hf;
+
+void Answer(std::string const& line)
+{
+    std::printf("%s\n", line.c_str());
+    std::fflush(stdout);
+}
+
+std::string ListPipes()
+{
+    os::WIN32_FIND_DATAW found;
+    UniqueFindHandle const listing(os::FindFirstFileW(u"\\\\.\\pipe\\*", &found));
+    DWORD const error = os::GetLastError();
+    return "pipes " + std::to_string(listing ? 1 : 0) + " " + std::to_string(error);
+}
+
+}  // namespace
+
+int wmain()
+{
+    UniqueKernelHandle supervisor;
+    char buffer[1024];
+    while (std::fgets(buffer, sizeof buffer, stdin) != nullptr) {
+        std::istringstream line(buffer);
+        std::string command;
+        line >> command;
+        if (command == "whoami") {
+            Answer("user " + ToUtf8(GetCurrentUserName()));
+        } else if (command == "list-pipes") {
+            Answer(ListPipes());
+        } else if (command == "install") {
+            std::string name;
+            std::string password;
+            line >> name >> password;
+            Answer("installed " + std::to_string(UserStore::Open().Install(FromUtf8(name), FromUtf8(password))));
+        } else if (command == "start") {
+            DWORD threadId = 0;
+            supervisor.reset(os::CreateThread(nullptr, 0, &SupervisorThread, nullptr, 0, &threadId));
+            Answer(supervisor ? "started" : "not started");
+        } else if (command == "post") {
+            std::string code;
+            std::string argument;
+            line >> code >> argument;
+            TheCommandQueue().Post(Command{static_cast<DWORD>(std::stoul(code, nullptr, 16)), FromUtf8(argument)});
+            Answer("posted");
+        } else if (command == "wait") {
+            DWORD milliseconds = 0;
+            line >> milliseconds;
+            Answer(os::WaitForSingleObject(supervisor.get(), milliseconds) == WAIT_OBJECT_0 ? "ended" : "running");
+        } else {
+            Answer("unknown " + command);
+        }
+    }
+    return 0;
+}

@@ -30,8 +30,7 @@ int wmain(int argc, wchar_t** argv)
         std::fprintf(stderr, "cannot query %ls: %lu\n", argv[1], GetLastError());
         return 1;
     }
-    std::printf("type=%lu\nstart=%lu\nerror=%lu\n", config->dwServiceType, config->dwStartType,
-                config->dwErrorControl);
+    std::printf("type=%lu\nstart=%lu\nerror=%lu\n", config->dwServiceType, config->dwStartType, config->dwErrorControl);
     std::printf("path=%ls\n", config->lpBinaryPathName);
     for (wchar_t const* name = config->lpDependencies; name && *name; name += wcslen(name) + 1) {
         std::printf("dependency=%ls\n", name);

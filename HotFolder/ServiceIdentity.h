@@ -12,4 +12,14 @@ inline constexpr char16_t kFolderServiceIid[] = u"{4D84CADB-50A1-44A9-8D74-E31D1
 inline constexpr char16_t kHotFolderLibId[] = u"{524F5CA9-889F-479E-9DCC-E15F61C695AC}";
 inline constexpr char16_t kAppId[] = u"{C04A1F20-6D3A-4888-9FEE-A82D8DA28254}";
 
+// The type library HotFolderLib: version 1.0, locale 0x409, built for 32-bit
+// Windows (widl --win32), embedded as type library resource 1.
+inline constexpr unsigned short kHotFolderLibMajor = 1;
+inline constexpr unsigned short kHotFolderLibMinor = 0;
+inline constexpr unsigned kHotFolderLibLocale = 0x409;
+
+// The registration tables, REGISTRY resources of the executable.
+inline constexpr unsigned kAppIdTableId = 101;
+inline constexpr unsigned kClassTableId = 102;
+
 }  // namespace hf

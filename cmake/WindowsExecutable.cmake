@@ -19,15 +19,29 @@ add_custom_command(
     DEPENDS ${HF_MESSAGE_SOURCE}
     COMMENT "Compiling the message table from Messages.mc")
 
-# HotFolder.rc includes the generated script and adds the string table.
+# widl builds the type library HotFolderLib from its IDL, for 32-bit Windows
+# (its system kind is SYS_WIN32).
+set(HF_TYPE_LIBRARY_IDL ${CMAKE_CURRENT_SOURCE_DIR}/service/HotFolderLib.idl)
+add_custom_command(
+    OUTPUT ${HF_RESOURCE_DIR}/HotFolderLib.tlb
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${HF_RESOURCE_DIR}
+    COMMAND ${HF_WIDL} --win32 -t -I ${HF_WIDL_INCLUDE_DIR} -L ${HF_WIDL_LIBRARY_DIR}
+            -o ${HF_RESOURCE_DIR}/HotFolderLib.tlb ${HF_TYPE_LIBRARY_IDL}
+    DEPENDS ${HF_TYPE_LIBRARY_IDL}
+    COMMENT "Compiling the type library from HotFolderLib.idl")
+
+# HotFolder.rc includes the generated script and adds the string table, the
+# type library and the two registration tables.
 set(HF_RESOURCE_SCRIPT ${CMAKE_CURRENT_SOURCE_DIR}/service/HotFolder.rc)
 set(HF_RESOURCE_OBJECT ${HF_RESOURCE_DIR}/HotFolderResources.o)
 add_custom_command(
     OUTPUT ${HF_RESOURCE_OBJECT}
     COMMAND ${HF_WINDRES} --input-format=rc --output-format=coff -I ${HF_RESOURCE_DIR}
-            -i ${HF_RESOURCE_SCRIPT} -o ${HF_RESOURCE_OBJECT}
+            -I ${CMAKE_CURRENT_SOURCE_DIR}/service -i ${HF_RESOURCE_SCRIPT} -o ${HF_RESOURCE_OBJECT}
     WORKING_DIRECTORY ${HF_RESOURCE_DIR}
     DEPENDS ${HF_RESOURCE_SCRIPT} ${HF_RESOURCE_DIR}/Messages.rc ${HF_RESOURCE_DIR}/MSG00409.bin
+            ${HF_RESOURCE_DIR}/HotFolderLib.tlb ${CMAKE_CURRENT_SOURCE_DIR}/service/AppId.rgs
+            ${CMAKE_CURRENT_SOURCE_DIR}/service/FolderService.rgs
     COMMENT "Compiling the executable's resources")
 set_source_files_properties(${HF_RESOURCE_OBJECT} PROPERTIES EXTERNAL_OBJECT TRUE GENERATED TRUE)
 

@@ -12,6 +12,11 @@ set(CMAKE_RC_COMPILER ${HF_MINGW_TRIPLET}-windres)
 # The message compiler and the resource compiler, used by WindowsExecutable.cmake.
 set(HF_WINDMC ${HF_MINGW_TRIPLET}-windmc)
 set(HF_WINDRES ${HF_MINGW_TRIPLET}-windres)
+# The IDL compiler for the type library. It needs Wine's system IDL files
+# (oaidl.idl and the others, from libwine-dev) and stdole2.tlb (from libwine).
+set(HF_WIDL ${HF_MINGW_TRIPLET}-widl)
+set(HF_WIDL_INCLUDE_DIR /usr/include/wine/wine/windows)
+set(HF_WIDL_LIBRARY_DIR /usr/lib/x86_64-linux-gnu/wine/x86_64-windows)
 
 set(CMAKE_FIND_ROOT_PATH /usr/${HF_MINGW_TRIPLET})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

@@ -1,4 +1,4 @@
-// The millisecond tick counter. It wraps after about 49.7 days, so callers take
+// The millisecond tick counter, and sleeping. It wraps after about 49.7 days, so callers take
 // differences in unsigned 32-bit arithmetic.
 #pragma once
 
@@ -8,5 +8,8 @@ namespace hf::os {
 
 // GetTickCount: milliseconds since the system started, modulo 2^32.
 DWORD GetTickCount();
+
+// Sleep: suspends the calling thread for the given milliseconds.
+void Sleep(DWORD milliseconds);
 
 }  // namespace hf::os

@@ -186,4 +186,47 @@ constexpr DWORD LOGON32_PROVIDER_DEFAULT = 0;
 constexpr DWORD SE_KERNEL_OBJECT = 6;
 constexpr DWORD OWNER_SECURITY_INFORMATION = 1;
 
+// --- the service host and its registration ---------------------------------------
+
+constexpr DWORD ERROR_RESOURCE_TYPE_NOT_FOUND = 1813;
+constexpr DWORD ERROR_INVALID_THREAD_ID = 1444;
+
+// COM servers and type libraries.
+constexpr DWORD COINIT_MULTITHREADED = 0;
+constexpr DWORD CLSCTX_INPROC_SERVER = 0x1;
+constexpr DWORD CLSCTX_LOCAL_SERVER = 0x4;
+constexpr DWORD REGCLS_MULTIPLEUSE = 0x1;
+constexpr DWORD REGCLS_SUSPENDED = 0x4;
+constexpr HRESULT RPC_E_CHANGED_MODE = static_cast<HRESULT>(0x80010106u);
+constexpr HRESULT CLASS_E_NOAGGREGATION = static_cast<HRESULT>(0x80040110u);
+constexpr HRESULT CO_E_OBJNOTREG = static_cast<HRESULT>(0x800401FBu);
+constexpr HRESULT TYPE_E_CANTLOADLIBRARY = static_cast<HRESULT>(0x80029C4Au);
+constexpr HRESULT TYPE_E_REGISTRYACCESS = static_cast<HRESULT>(0x8002801Cu);
+constexpr int SYS_WIN32 = 1;
+constexpr std::int16_t VARIANT_TRUE = -1;
+constexpr std::int16_t VARIANT_FALSE = 0;
+
+// Thread messages and message boxes.
+constexpr unsigned WM_QUIT = 0x0012;
+constexpr unsigned MB_OK = 0;
+constexpr int IDOK = 1;
+constexpr DWORD STD_OUTPUT_HANDLE = static_cast<DWORD>(-11);
+
+// Services: types, start types, states, controls and access rights.
+constexpr DWORD SERVICE_WIN32_OWN_PROCESS = 0x10;
+constexpr DWORD SERVICE_AUTO_START = 2;
+constexpr DWORD SERVICE_DEMAND_START = 3;
+constexpr DWORD SERVICE_ERROR_NORMAL = 1;
+constexpr DWORD SERVICE_ACCEPT_STOP = 1;
+constexpr DWORD SERVICE_START_PENDING = 2;
+constexpr DWORD SERVICE_STOP_PENDING = 3;
+constexpr DWORD SERVICE_CONTROL_STOP = 1;
+constexpr DWORD SERVICE_CONTROL_PAUSE = 2;
+constexpr DWORD SERVICE_CONTROL_CONTINUE = 3;
+constexpr DWORD SERVICE_CONTROL_INTERROGATE = 4;
+constexpr DWORD SERVICE_CONTROL_SHUTDOWN = 5;
+constexpr DWORD SERVICE_QUERY_CONFIG = 0x0001;
+constexpr DWORD SERVICE_STOP = 0x0020;
+constexpr DWORD DELETE = 0x00010000;
+
 }  // namespace hf

@@ -20,6 +20,10 @@ DWORD GetModuleFileNameW(HINSTANCE module, WCHAR* buffer, DWORD size);
 // GetModuleHandleW: a loaded module's handle (null: the executable).
 HINSTANCE GetModuleHandleW(const WCHAR* moduleName);
 
+// GetStdHandle: one of the process's standard handles (STD_OUTPUT_HANDLE, ...); null when
+// the process has none (a service, a GUI program started without them).
+HANDLE GetStdHandle(DWORD which);
+
 using LPTHREAD_START_ROUTINE = DWORD (*)(void* parameter);
 
 // CreateThread: starts a thread in the process; null on failure.

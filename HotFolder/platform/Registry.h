@@ -34,4 +34,7 @@ LONG RegEnumValueW(HKEY key, DWORD index, WCHAR* name, DWORD* nameLength, DWORD*
 // RegCloseKey: closes a key handle.
 LONG RegCloseKey(HKEY key);
 
+// RegDeleteTreeW: removes a subkey with everything below it; ERROR_FILE_NOT_FOUND when it is missing.
+LONG RegDeleteTreeW(HKEY key, const WCHAR* subKey);
+
 }  // namespace hf::os

@@ -31,6 +31,14 @@ using HLOCAL = void*;
 using PSECURITY_DESCRIPTOR = void*;
 using HINSTANCE = void*;
 
+// Windows, resources and message parameters (the service's message loop and
+// its registration data).
+using HWND = void*;
+using HRSRC = void*;
+using HGLOBAL = void*;
+using WPARAM = std::uintptr_t;
+using LPARAM = std::intptr_t;
+
 // The same layout as the Win32 OVERLAPPED on 64-bit Windows, so the win32
 // backend can hand the address straight to the system.
 struct OVERLAPPED {

@@ -1,5 +1,6 @@
 #include "SimTest.h"
 
+#include "service/HotFolderModule.h"
 #include "supervisor/CommandQueue.h"
 
 namespace hf::test {
@@ -8,6 +9,7 @@ SimTest::SimTest()
 {
     sim::TheWorld().Reset();
     RecreateCommandQueue();
+    RecreateModule();
     baselineHandles_ = static_cast<long>(sim::TheWorld().OpenHandleCount());
 }
 
@@ -20,6 +22,7 @@ void SimTest::NewProcess()
 {
     sim::TheWorld().EndProcess();
     RecreateCommandQueue();
+    RecreateModule();
     baselineHandles_ = static_cast<long>(sim::TheWorld().OpenHandleCount());
 }
 

@@ -42,7 +42,9 @@ int RunControlTool(std::vector<std::u16string> const& arguments, std::string& ou
 {
     std::optional<DWORD> const code = arguments.empty() ? std::nullopt : ParseCode(arguments[0]);
     if (!code || arguments.size() > 2) {
-        output = "usage: HotFolderControl pause|run|stop|<number> [pipe name]\n";
+        output =
+            "usage: HotFolderControl pause|run|stop|<number> [pipe name]\n"
+            "       HotFolderControl install-user|uninstall-user|is-installed DOMAIN\\user\n";
         return 2;
     }
     std::u16string const pipe = arguments.size() == 2 ? arguments[1] : WatcherPipeName();

@@ -8,4 +8,9 @@ DWORD GetTickCount()
     return sim::TheWorld().Ticks();
 }
 
+void Sleep(DWORD milliseconds)
+{
+    sim::TheWorld().Advance(milliseconds);
+}
+
 }  // namespace hf::os

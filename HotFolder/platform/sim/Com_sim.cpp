@@ -22,12 +22,25 @@ void CoUninitialize()
     --sim::TheWorld().com.apartments;
 }
 
-HRESULT CoCreateInstance(GUID const& clsid, IUnknown* /*outer*/, DWORD /*classContext*/, GUID const& iid, void** object)
+HRESULT CoCreateInstance(GUID const& clsid, IUnknown* outer, DWORD /*classContext*/, GUID const& iid, void** object)
 {
     *object = nullptr;
     DWORD error = 0;
     if (sim::Injected("CoCreateInstance", error)) {
         return static_cast<HRESULT>(error);
+    }
+    for (auto const& published : sim::TheWorld().com.classObjects) {
+        if (SameGuid(published.clsid, clsid) && !published.suspended) {
+            IClassFactory* factory = nullptr;
+            HRESULT const found =
+                published.object->QueryInterface(IID_IClassFactory, reinterpret_cast<void**>(&factory));
+            if (found != S_OK) {
+                return found;
+            }
+            HRESULT const created = factory->CreateInstance(outer, iid, object);
+            factory->Release();
+            return created;
+        }
     }
     auto const& factory = sim::TheWorld().com.FolderService();
     if (!SameGuid(clsid, CLSID_FolderService) || !factory) {
@@ -62,6 +75,195 @@ void SysFreeString(BSTR text)
     }
     --sim::TheWorld().com.bstrsOutstanding;
     delete[](reinterpret_cast<std::uint32_t*>(text) - 1);
+}
+
+}  // namespace hf::os
+
+namespace hf::os {
+
+unsigned SysStringLen(BSTR text)
+{
+    return text == nullptr ? 0 : reinterpret_cast<std::uint32_t*>(text)[-1] / 2;
+}
+
+// --- the server side -----------------------------------------------------------
+
+HRESULT CoInitializeEx(void* reserved, DWORD /*coInit*/)
+{
+    return CoInitialize(reserved);
+}
+
+HRESULT CoRegisterClassObject(GUID const& clsid, IUnknown* classObject, DWORD classContext, DWORD flags, DWORD* cookie)
+{
+    DWORD error = 0;
+    if (sim::Injected("CoRegisterClassObject", error)) {
+        return static_cast<HRESULT>(error);
+    }
+    auto& com = sim::TheWorld().com;
+    classObject->AddRef();
+    *cookie = com.nextCookie++;
+    com.classObjects.push_back({clsid, classObject, classContext, flags, *cookie, (flags & REGCLS_SUSPENDED) != 0});
+    return S_OK;
+}
+
+HRESULT CoResumeClassObjects()
+{
+    DWORD error = 0;
+    if (sim::Injected("CoResumeClassObjects", error)) {
+        return static_cast<HRESULT>(error);
+    }
+    for (auto& published : sim::TheWorld().com.classObjects) {
+        published.suspended = false;
+    }
+    return S_OK;
+}
+
+HRESULT CoRevokeClassObject(DWORD cookie)
+{
+    auto& objects = sim::TheWorld().com.classObjects;
+    for (auto it = objects.begin(); it != objects.end(); ++it) {
+        if (it->cookie == cookie) {
+            IUnknown* const object = it->object;
+            objects.erase(it);
+            object->Release();
+            return S_OK;
+        }
+    }
+    return CO_E_OBJNOTREG;
+}
+
+DWORD CoAddRefServerProcess()
+{
+    return static_cast<DWORD>(++sim::TheWorld().com.serverReferences);
+}
+
+DWORD CoReleaseServerProcess()
+{
+    auto& com = sim::TheWorld().com;
+    if (--com.serverReferences == 0) {
+        for (auto& published : com.classObjects) {
+            published.suspended = true;
+        }
+    }
+    return static_cast<DWORD>(com.serverReferences);
+}
+
+namespace {
+
+// The executable's type library as LoadTypeLib gives it: only its identity
+// matters to the simulated registration.
+class SimTypeLib final : public ITypeLib {
+public:
+    HRESULT QueryInterface(GUID const& /*iid*/, void** object) override
+    {
+        *object = nullptr;
+        return E_NOINTERFACE;
+    }
+    std::uint32_t AddRef() override { return ++references_; }
+    std::uint32_t Release() override
+    {
+        std::uint32_t const left = --references_;
+        if (left == 0) {
+            delete this;
+        }
+        return left;
+    }
+    unsigned GetTypeInfoCount() override { return 2; }
+    HRESULT GetTypeInfo(unsigned /*index*/, ITypeInfo** /*typeInfo*/) override { return E_NOTIMPL; }
+    HRESULT GetTypeInfoType(unsigned /*index*/, int* /*kind*/) override { return E_NOTIMPL; }
+    HRESULT GetTypeInfoOfGuid(GUID const& /*guid*/, ITypeInfo** /*typeInfo*/) override { return E_NOTIMPL; }
+
+private:
+    ~SimTypeLib() = default;
+    std::uint32_t references_ = 1;
+};
+
+HRESULT RegisterLibrary(ITypeLib* typeLib, const WCHAR* fullPath, const WCHAR* helpDirectory, bool perUser)
+{
+    if (typeLib == nullptr || fullPath == nullptr) {
+        return E_INVALIDARG;
+    }
+    auto& libraries = sim::TheWorld().com.typeLibraries;
+    for (auto& library : libraries) {
+        if (library.perUser == perUser) {
+            library = {fullPath, helpDirectory ? helpDirectory : u"", perUser};
+            return S_OK;
+        }
+    }
+    libraries.push_back({fullPath, helpDirectory ? helpDirectory : u"", perUser});
+    return S_OK;
+}
+
+HRESULT UnregisterLibrary(GUID const& libId, bool perUser)
+{
+    auto& libraries = sim::TheWorld().com.typeLibraries;
+    for (auto it = libraries.begin(); it != libraries.end(); ++it) {
+        if (it->perUser == perUser && SameGuid(libId, LIBID_HotFolderLib)) {
+            libraries.erase(it);
+            return S_OK;
+        }
+    }
+    return TYPE_E_REGISTRYACCESS;
+}
+
+}  // namespace
+
+// Only the executable's own type library (its TYPELIB resource 1) can be loaded.
+HRESULT LoadTypeLib(const WCHAR* file, ITypeLib** typeLib)
+{
+    *typeLib = nullptr;
+    DWORD error = 0;
+    if (sim::Injected("LoadTypeLib", error)) {
+        return static_cast<HRESULT>(error);
+    }
+    auto const& process = sim::TheWorld().processes.current;
+    if (file == nullptr || process.modulePath != file || process.resources.count({u"TYPELIB", 1}) == 0) {
+        return TYPE_E_CANTLOADLIBRARY;
+    }
+    *typeLib = new SimTypeLib;
+    return S_OK;
+}
+
+HRESULT RegisterTypeLib(ITypeLib* typeLib, const WCHAR* fullPath, const WCHAR* helpDirectory)
+{
+    DWORD error = 0;
+    if (sim::Injected("RegisterTypeLib", error)) {
+        return static_cast<HRESULT>(error);
+    }
+    return RegisterLibrary(typeLib, fullPath, helpDirectory, false);
+}
+
+HRESULT RegisterTypeLibForUser(ITypeLib* typeLib, const WCHAR* fullPath, const WCHAR* helpDirectory)
+{
+    DWORD error = 0;
+    if (sim::Injected("RegisterTypeLibForUser", error)) {
+        return static_cast<HRESULT>(error);
+    }
+    return RegisterLibrary(typeLib, fullPath, helpDirectory, true);
+}
+
+HRESULT UnRegisterTypeLib(GUID const& libId, WORD /*majorVersion*/, WORD /*minorVersion*/, DWORD /*locale*/,
+                          int /*sysKind*/)
+{
+    return UnregisterLibrary(libId, false);
+}
+
+HRESULT UnRegisterTypeLibForUser(GUID const& libId, WORD /*majorVersion*/, WORD /*minorVersion*/, DWORD /*locale*/,
+                                 int /*sysKind*/)
+{
+    return UnregisterLibrary(libId, true);
+}
+
+// No simulated story calls through IDispatch; the Wine tests do.
+HRESULT DispGetIDsOfNames(ITypeInfo* /*typeInfo*/, WCHAR** /*names*/, unsigned /*count*/, LONG* /*ids*/)
+{
+    return E_NOTIMPL;
+}
+
+HRESULT DispInvoke(void* /*object*/, ITypeInfo* /*typeInfo*/, LONG /*id*/, WORD /*flags*/, void* /*params*/,
+                   void* /*result*/, void* /*exception*/, unsigned* /*argumentError*/)
+{
+    return E_NOTIMPL;
 }
 
 }  // namespace hf::os

@@ -6,6 +6,7 @@
 #include "platform/sim/SimWorld.h"
 
 #include <cstring>
+#include <utility>
 
 namespace hf::os {
 
@@ -17,7 +18,7 @@ HINSTANCE const kExecutableModule = reinterpret_cast<HINSTANCE>(static_cast<std:
 // has one thread of control at a time, which keeps every run deterministic.
 class Thread : public sim::Object {
 public:
-    Thread(LPTHREAD_START_ROUTINE start, void* parameter) : start(start), parameter(parameter) {}
+    Thread(LPTHREAD_START_ROUTINE start, void* parameter, DWORD id) : start(start), parameter(parameter), id(id) {}
     bool IsWaitable() const override { return true; }
     bool IsSignaled() const override { return finished; }
     void RunToEnd()
@@ -26,13 +27,17 @@ public:
             return;
         }
         started = true;
+        auto& processes = sim::TheWorld().processes;
+        DWORD const caller = std::exchange(processes.currentThreadId, id);
         exitCode = start(parameter);
+        processes.currentThreadId = caller;
         finished = true;
-        ++sim::TheWorld().processes.threadsFinished;
+        ++processes.threadsFinished;
     }
 
     LPTHREAD_START_ROUTINE start;
     void* parameter;
+    DWORD id;
     bool started = false;
     bool finished = false;
     DWORD exitCode = 0;
@@ -97,6 +102,35 @@ HINSTANCE GetModuleHandleW(const WCHAR* moduleName)
     return moduleName == nullptr ? kExecutableModule : nullptr;
 }
 
+namespace {
+
+// The console or file that the process's standard output goes to.
+class StandardOutput : public sim::IoObject {
+public:
+    BOOL Write(const void* buffer, DWORD size, DWORD* written) override
+    {
+        sim::TheWorld().processes.current.standardOutput.append(static_cast<const char*>(buffer), size);
+        if (written) {
+            *written = size;
+        }
+        return 1;
+    }
+};
+
+}  // namespace
+
+HANDLE GetStdHandle(DWORD which)
+{
+    auto& world = sim::TheWorld();
+    if (which != STD_OUTPUT_HANDLE) {
+        return nullptr;
+    }
+    if (!world.Lookup(world.processes.standardOutput)) {
+        world.processes.standardOutput = world.AddHandle(std::make_shared<StandardOutput>());
+    }
+    return world.processes.standardOutput;
+}
+
 HANDLE CreateThread(void* /*securityAttributes*/, std::size_t /*stackSize*/, LPTHREAD_START_ROUTINE start,
                     void* parameter, DWORD /*creationFlags*/, DWORD* threadId)
 {
@@ -106,10 +140,20 @@ HANDLE CreateThread(void* /*securityAttributes*/, std::size_t /*stackSize*/, LPT
     }
     auto& world = sim::TheWorld();
     ++world.processes.threadsCreated;
+    auto const id = static_cast<DWORD>(1000 + world.processes.threadsCreated);
     if (threadId) {
-        *threadId = static_cast<DWORD>(1000 + world.processes.threadsCreated);
+        *threadId = id;
     }
-    return world.AddHandle(std::make_shared<Thread>(start, parameter));
+    auto thread = std::make_shared<Thread>(start, parameter, id);
+    world.processes.threadStarts.push_back([weak = std::weak_ptr<Thread>(thread)] {
+        auto const target = weak.lock();
+        if (!target || target->started) {
+            return false;
+        }
+        target->RunToEnd();
+        return true;
+    });
+    return world.AddHandle(thread);
 }
 
 DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds)

@@ -208,6 +208,22 @@ LONG RegEnumValueW(HKEY key, DWORD index, WCHAR* name, DWORD* nameLength, DWORD*
     return 0;
 }
 
+LONG RegDeleteTreeW(HKEY key, const WCHAR* subKey)
+{
+    DWORD error = 0;
+    if (sim::Injected("RegDeleteTreeW", error)) {
+        return static_cast<LONG>(error);
+    }
+    std::u16string const base = KeyPath(key);
+    std::u16string const path = SubPath(base, subKey);
+    auto& registry = sim::TheWorld().registry;
+    if (base.empty() || registry.Find(path) == nullptr) {
+        return ERROR_FILE_NOT_FOUND;
+    }
+    registry.EraseTree(path);
+    return 0;
+}
+
 LONG RegCloseKey(HKEY key)
 {
     if (!sim::Registry::RootName(key).empty()) {

@@ -238,6 +238,9 @@ BOOL SetServiceStatus(SERVICE_STATUS_HANDLE statusHandle, SERVICE_STATUS* status
     }
     target->state = status->dwCurrentState;
     target->reportedStates.push_back(status->dwCurrentState);
+    if (target->onStatus) {
+        target->onStatus(status->dwCurrentState);
+    }
     return 1;
 }
 

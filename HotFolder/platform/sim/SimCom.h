@@ -1,11 +1,15 @@
 // The simulated COM runtime: which classes are registered, and the objects
-// that CoCreateInstance hands out for them.
+// that CoCreateInstance hands out for them; on the server side, the class
+// objects a process publishes, its server references and the type libraries
+// registered.
 #pragma once
 
 #include "platform/Com.h"
 #include "platform/Types.h"
 
 #include <functional>
+#include <string>
+#include <vector>
 
 namespace hf::sim {
 
@@ -23,11 +27,38 @@ public:
     int apartments = 0;  // CoInitialize calls not yet matched by CoUninitialize
     int bstrsOutstanding = 0;
 
+    // A class object published with CoRegisterClassObject (the runtime holds a reference).
+    struct ClassObject {
+        os::GUID clsid;
+        os::IUnknown* object = nullptr;
+        DWORD classContext = 0;
+        DWORD flags = 0;
+        DWORD cookie = 0;
+        bool suspended = false;
+    };
+    std::vector<ClassObject> classObjects;
+    DWORD nextCookie = 1;
+    // The process's server references (CoAddRefServerProcess).
+    long serverReferences = 0;
+
+    // The registration of the executable's type library (RegisterTypeLib or its
+    // per-user form): the file registered and the help folder given.
+    struct TypeLibrary {
+        std::u16string file;
+        std::u16string helpDirectory;
+        bool perUser = false;
+    };
+    std::vector<TypeLibrary> typeLibraries;
+
     void Clear()
     {
         folderService_ = nullptr;
         apartments = 0;
         bstrsOutstanding = 0;
+        classObjects.clear();
+        nextCookie = 1;
+        serverReferences = 0;
+        typeLibraries.clear();
     }
 
 private:

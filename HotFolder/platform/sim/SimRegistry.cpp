@@ -2,6 +2,7 @@
 
 #include "WideText.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace hf::sim {
@@ -85,7 +86,12 @@ bool Registry::KeyExists(HKEY root, std::u16string const& path) const
 
 void Registry::DeleteKeyTree(HKEY root, std::u16string const& path)
 {
-    std::u16string const key = Normalize(Join(root, path));
+    EraseTree(Join(root, path));
+}
+
+void Registry::EraseTree(std::u16string const& fullPath)
+{
+    std::u16string const key = Normalize(fullPath);
     std::u16string const prefix = key + u"\\";
     for (auto it = keys_.begin(); it != keys_.end();) {
         if (it->first == key || it->first.compare(0, prefix.size(), prefix) == 0) {
@@ -94,6 +100,19 @@ void Registry::DeleteKeyTree(HKEY root, std::u16string const& path)
             ++it;
         }
     }
+}
+
+std::vector<std::u16string> Registry::KeysBelow(HKEY root, std::u16string const& path) const
+{
+    std::u16string const rootName = Normalize(RootName(root)) + u"\\";
+    std::u16string const key = Normalize(Join(root, path));
+    std::vector<std::u16string> keys;
+    for (auto it = keys_.lower_bound(key); it != keys_.end() && it->first.compare(0, key.size(), key) == 0; ++it) {
+        if (it->first.size() == key.size() || it->first[key.size()] == u'\\') {
+            keys.push_back(it->first.substr(std::min(rootName.size(), it->first.size())));
+        }
+    }
+    return keys;
 }
 
 void Registry::SetRaw(HKEY root, std::u16string const& path, std::u16string const& name, DWORD type,

@@ -32,6 +32,9 @@ public:
     void SetRaw(HKEY root, std::u16string const& path, std::u16string const& name, DWORD type,
                 std::vector<BYTE> const& data);
     std::optional<RegistryValue> Value(HKEY root, std::u16string const& path, std::u16string const& name) const;
+    // The paths, relative to `root` and upper-cased, of the key `path` and of
+    // every key below it that exists, in order.
+    std::vector<std::u16string> KeysBelow(HKEY root, std::u16string const& path) const;
     // A REG_SZ/REG_EXPAND_SZ value's text up to its first NUL.
     std::optional<std::u16string> String(HKEY root, std::u16string const& path, std::u16string const& name) const;
 
@@ -41,6 +44,8 @@ public:
     RegistryKey* Find(std::u16string const& fullPath);
     RegistryKey& Create(std::u16string const& fullPath);
     bool Erase(std::u16string const& fullPath);
+    // Removes the key and every key below it.
+    void EraseTree(std::u16string const& fullPath);
     bool HasSubkeys(std::u16string const& fullPath) const;
     void Clear() { keys_.clear(); }
 

@@ -4,6 +4,7 @@
 
 #include "platform/Types.h"
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -24,6 +25,8 @@ struct Service {
     std::vector<DWORD> reportedStates;
     // The control handler the running service registered.
     void (*handler)(DWORD control) = nullptr;
+    // Called with each state the service process reports, as it reports it.
+    std::function<void(DWORD state)> onStatus;
 };
 
 class ServiceManager {

@@ -161,6 +161,10 @@ void World::EndProcess()
     }
     // Completions the closes queued had nobody left to run them.
     apcs_.clear();
+    processes.messageQueues.clear();
+    processes.threadStarts.clear();
+    processes.currentThreadId = kMainThreadId;
+    processes.standardOutput = nullptr;
 }
 
 bool World::CloseHandle(HANDLE handle)

@@ -9,4 +9,9 @@ DWORD GetTickCount()
     return ::GetTickCount();
 }
 
+void Sleep(DWORD milliseconds)
+{
+    ::Sleep(milliseconds);
+}
+
 }  // namespace hf::os

@@ -89,7 +89,7 @@ DWORD GetPrivateProfileStringW(const WCHAR* appName, const WCHAR* keyName, const
 
 HRESULT SHGetFolderPathW(void* window, int folder, HANDLE token, DWORD flags, WCHAR* path)
 {
-    return ::SHGetFolderPathW(static_cast<HWND>(window), folder, token, flags, reinterpret_cast<LPWSTR>(path));
+    return ::SHGetFolderPathW(static_cast<::HWND>(window), folder, token, flags, reinterpret_cast<LPWSTR>(path));
 }
 
 }  // namespace hf::os

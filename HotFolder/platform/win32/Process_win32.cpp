@@ -41,6 +41,12 @@ HINSTANCE GetModuleHandleW(const WCHAR* moduleName)
     return ::GetModuleHandleW(reinterpret_cast<LPCWSTR>(moduleName));
 }
 
+HANDLE GetStdHandle(DWORD which)
+{
+    HANDLE const handle = ::GetStdHandle(which);
+    return handle == INVALID_HANDLE_VALUE ? nullptr : handle;
+}
+
 HANDLE CreateThread(void* securityAttributes, std::size_t stackSize, LPTHREAD_START_ROUTINE start, void* parameter,
                     DWORD creationFlags, DWORD* threadId)
 {

@@ -95,4 +95,9 @@ LONG RegCloseKey(HKEY key)
     return ::RegCloseKey(Key(key));
 }
 
+LONG RegDeleteTreeW(HKEY key, const WCHAR* subKey)
+{
+    return ::RegDeleteTreeW(Key(key), Text(subKey));
+}
+
 }  // namespace hf::os

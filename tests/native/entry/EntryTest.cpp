@@ -29,6 +29,13 @@ protected:
         world().processes.current.commandLine = u"\"" + std::u16string(kExe) + u"\" " + arguments;
         return HotFolderMain(nullptr, 1);
     }
+    // Registered as the service, as "-Service" leaves the AppID; started by
+    // hand, the process then cannot reach the service dispatcher.
+    void RegisterAsService()
+    {
+        world().registry.SetString(HKEY_CLASSES_ROOT, u"AppID\\" + std::u16string(kAppId), u"LocalService",
+                                   kServiceName);
+    }
     sim::Service& InstallService(DWORD state)
     {
         sim::Service& service = world().services.Install(kServiceName);
@@ -145,6 +152,7 @@ TEST_F(EntryTest, InstallUserThatCannotWriteReports53)
 
 TEST_F(EntryTest, ServicePathStartsTheSupervisorAndReports58WhenTheServiceCannotRun)
 {
+    RegisterAsService();
     EXPECT_EQ(Run(u"-pause -asuser:DOMAIN\\name"), 1063);
     EXPECT_EQ(world().processes.threadsCreated, 1);
     EXPECT_EQ(world().processes.threadsFinished, 1) << "the posted stop ended the supervisor";
@@ -158,6 +166,7 @@ TEST_F(EntryTest, ServicePathStartsTheSupervisorAndReports58WhenTheServiceCannot
 
 TEST_F(EntryTest, ServicePathWithoutASupervisorThreadStillEnds)
 {
+    RegisterAsService();
     world().faults.Fail("CreateThread", ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_EQ(Run(u""), 1063);
     EXPECT_EQ(world().processes.threadsCreated, 0);

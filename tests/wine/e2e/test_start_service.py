@@ -44,18 +44,19 @@ class EntryWithoutTheService(unittest.TestCase):
         self.assertEqual(run.event_ids(), [19, 56], run.events)
         self.assertEqual(run.events[0].strings, [line])
 
-    def test_service_path_run_by_hand_fails_to_reach_the_dispatcher(self):
-        # No switch: the service path. Started by hand, the service control
-        # dispatcher cannot be reached (1063): message 58 under category 1,
-        # and the process ends with that code once the supervisor has ended.
+    def test_service_path_without_registration_fails_with_the_registrys_error(self):
+        # No switch: the service path. Nothing is registered, so the AppID the
+        # module reads to choose between service and local server is missing
+        # (2): message 58 under category 1, and the process ends with that code
+        # once the supervisor has ended.
         run = self.prefix.run(self.prefix.executable, timeout=120)
 
-        self.assertEqual(run.exit_code, 1063)
+        self.assertEqual(run.exit_code, 2)
         self.assertEqual(run.event_ids()[0], 19, run.events)
         self.assertEvent(run.events[0], 19, INFORMATION, CATEGORY_USER, [run.command_line])
         self.assertIn(58, run.event_ids(), run.events)
         failed = run.events[run.event_ids().index(58)]
-        self.assertEvent(failed, 58, ERROR, CATEGORY_SERVICE, ["1063"])
+        self.assertEvent(failed, 58, ERROR, CATEGORY_SERVICE, ["2"])
 
 
 if __name__ == "__main__":

@@ -49,6 +49,9 @@ TEMPLATE_MARK = ".hf-template"
 BOOTED_MARK = ".hf-booted"
 TRACE_FILE = "hf-trace.log"
 
+# The abbreviations of the registry's roots, as `reg` takes them.
+REGISTRY_ROOTS = {"HKCR": "HKEY_CLASSES_ROOT", "HKCU": "HKEY_CURRENT_USER", "HKLM": "HKEY_LOCAL_MACHINE"}
+
 # wineserver -p exits with this code when the prefix's server already runs.
 SERVER_ALREADY_RUNNING = 2
 
@@ -340,12 +343,15 @@ class Prefix:
     def environment(self, debug="-all", extra=None):
         return wine_environment(self.path, debug, extra)
 
-    def wine(self, *arguments, timeout=60, check=True):
-        """Runs `wine ARGUMENTS...` (a Wine tool such as reg) and returns it
-        completed, its output decoded. Console tools write redirected output
-        in the OEM code page, 437 for the en-US locale that C.UTF-8 gives."""
-        result = subprocess.run(["wine", *arguments], env=self.environment(), stdin=subprocess.DEVNULL,
-                                capture_output=True, timeout=timeout, check=False)
+    def wine(self, *arguments, timeout=60, check=True, input=None):
+        """Runs `wine ARGUMENTS...` (a Wine tool such as reg, or a console
+        program of the build) and returns it completed, its output decoded;
+        `input` (bytes) is its standard input. Console tools write redirected
+        output in the OEM code page, 437 for the en-US locale that C.UTF-8
+        gives."""
+        stdin = {"input": input} if input is not None else {"stdin": subprocess.DEVNULL}
+        result = subprocess.run(["wine", *arguments], env=self.environment(), capture_output=True,
+                                timeout=timeout, check=False, **stdin)
         result.stdout = result.stdout.decode("cp437")
         if check and result.returncode != 0:
             raise RuntimeError(f"wine {' '.join(arguments)} exited with {result.returncode}: "
@@ -369,6 +375,31 @@ class Prefix:
         arguments = ["reg", "query", key] + (["/v", value] if value else [])
         result = self.wine(*arguments, check=False)
         return result.stdout if result.returncode == 0 else None
+
+    def reg_tree(self, key):
+        """Every key from `key` down with its values, as `wine reg query /s`
+        lists them: {path below `key` ("" for the key itself): {value name
+        ("" for the default value): (type, data)}}, binary data in
+        hexadecimal; None when the key is missing."""
+        result = self.wine("reg", "query", key, "/s", check=False)
+        if result.returncode != 0:
+            return None
+        root, _, rest = key.partition("\\")
+        base = "\\".join(filter(None, [REGISTRY_ROOTS.get(root.upper(), root), rest]))
+        tree = {}
+        values = None
+        for line in result.stdout.splitlines():
+            if not line.strip():
+                continue
+            if not line.startswith("    "):
+                values = tree.setdefault(line[len(base):].lstrip("\\"), {})
+                continue
+            match = re.match(r"^    (.*?)    (REG_[A-Z_]+)(?:    (.*))?$", line)
+            if not match:
+                raise RuntimeError(f"reg query printed an unexpected line: {line!r}")
+            name = "" if match.group(1) == "(Default)" else match.group(1)
+            values[name] = (match.group(2), match.group(3) or "")
+        return tree
 
     def run_command_line(self, line, timeout=60):
         """Runs a raw Windows command line through the build's launcher, which

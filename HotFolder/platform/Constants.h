@@ -208,6 +208,7 @@ constexpr std::int16_t VARIANT_FALSE = 0;
 
 // Thread messages and message boxes.
 constexpr unsigned WM_QUIT = 0x0012;
+constexpr unsigned PM_NOREMOVE = 0x0000;
 constexpr unsigned MB_OK = 0;
 constexpr int IDOK = 1;
 constexpr DWORD STD_OUTPUT_HANDLE = static_cast<DWORD>(-11);

@@ -25,6 +25,10 @@ struct MSG {
 // queue by calling it); 0 for WM_QUIT, -1 on failure, else non-zero.
 BOOL GetMessageW(MSG* message, HWND window, unsigned filterMin, unsigned filterMax);
 
+// PeekMessageW: looks for a message without waiting; with PM_NOREMOVE it leaves it
+// queued. The first call gives the calling thread its message queue.
+BOOL PeekMessageW(MSG* message, HWND window, unsigned filterMin, unsigned filterMax, unsigned removeFlags);
+
 // TranslateMessage / DispatchMessageW: the usual steps of a message loop.
 BOOL TranslateMessage(const MSG* message);
 LPARAM DispatchMessageW(const MSG* message);

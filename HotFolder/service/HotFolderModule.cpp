@@ -199,6 +199,11 @@ void CHotFolderModule::ServiceMain()
 {
     state_ = SERVICE_START_PENDING;
     serviceThreadId_ = os::GetCurrentThreadId();
+    // A thread gets its message queue only when it first looks for a message.
+    // Make it now: a stop that arrives before the loop's first GetMessageW
+    // must find the queue for its WM_QUIT, or the loop would never end.
+    os::MSG none;
+    os::PeekMessageW(&none, nullptr, 0, 0, PM_NOREMOVE);
     statusHandle_ = os::RegisterServiceCtrlHandlerW(serviceName_.c_str(), &HandlerEntry);
     if (statusHandle_ == nullptr) {
         Log(u"Handler not installed");
@@ -275,6 +280,10 @@ HRESULT CHotFolderModule::RunMessageLoop()
             monitor.reset(os::CreateThread(nullptr, 0, &ShutdownMonitorEntry, this, 0, nullptr));
         }
         if (!monitor) {
+            if (shutdownEvent_ != nullptr) {
+                os::CloseHandle(shutdownEvent_);
+                shutdownEvent_ = nullptr;
+            }
             RevokeClassObjects();
             return E_FAIL;
         }
@@ -286,8 +295,11 @@ HRESULT CHotFolderModule::RunMessageLoop()
     }
     result = os::CoResumeClassObjects();
     if (result != S_OK) {
-        os::SetEvent(shutdownEvent_);
-        os::WaitForSingleObject(monitor.get(), timeout_ * 2);
+        if (delayShutdown_) {
+            // The monitor ends once its event is set; a service has no monitor.
+            os::SetEvent(shutdownEvent_);
+            os::WaitForSingleObject(monitor.get(), timeout_ * 2);
+        }
         RevokeClassObjects();
         return result;
     }

@@ -25,8 +25,10 @@ UnprotectedPassword::UnprotectedPassword(SecretText password, os::DATA_BLOB open
 void UnprotectedPassword::Wipe() noexcept
 {
     password_.Wipe();
-    WipeBytes(opened_.get(), openedSize_);
-    opened_.reset();
+    if (opened_) {
+        WipeBytes(opened_.get(), openedSize_);
+        opened_.reset();
+    }
 }
 
 std::optional<UnprotectedPassword> UnprotectPassword(std::u16string const& name, BYTE* blob, DWORD blobSize,

@@ -25,6 +25,11 @@ DWORD ProtectPassword(std::u16string_view password, os::DATA_BLOB& blob);
 class UnprotectedPassword {
 public:
     UnprotectedPassword(SecretText password, os::DATA_BLOB opened);
+    UnprotectedPassword(UnprotectedPassword&&) noexcept = default;
+    UnprotectedPassword& operator=(UnprotectedPassword&&) = delete;
+    // Wipes whatever is still in clear text, so that no way out of the
+    // launch (an exception included) leaves the password on the heap.
+    ~UnprotectedPassword() { Wipe(); }
 
     SecretText const& password() const { return password_; }
 

@@ -29,6 +29,20 @@ BOOL GetMessageW(MSG* message, HWND /*window*/, unsigned /*filterMin*/, unsigned
     return message->message == WM_QUIT ? 0 : 1;
 }
 
+BOOL PeekMessageW(MSG* message, HWND /*window*/, unsigned /*filterMin*/, unsigned /*filterMax*/, unsigned removeFlags)
+{
+    auto& world = sim::TheWorld();
+    auto& queue = world.processes.messageQueues[world.processes.currentThreadId];
+    if (queue.empty()) {
+        return 0;
+    }
+    *message = queue.front();
+    if (removeFlags != PM_NOREMOVE) {
+        queue.pop_front();
+    }
+    return 1;
+}
+
 BOOL TranslateMessage(const MSG* /*message*/)
 {
     return 0;

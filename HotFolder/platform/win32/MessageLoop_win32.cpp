@@ -18,6 +18,12 @@ BOOL GetMessageW(MSG* message, HWND window, unsigned filterMin, unsigned filterM
     return ::GetMessageW(reinterpret_cast<::MSG*>(message), static_cast<::HWND>(window), filterMin, filterMax);
 }
 
+BOOL PeekMessageW(MSG* message, HWND window, unsigned filterMin, unsigned filterMax, unsigned removeFlags)
+{
+    return ::PeekMessageW(reinterpret_cast<::MSG*>(message), static_cast<::HWND>(window), filterMin, filterMax,
+                          removeFlags);
+}
+
 BOOL TranslateMessage(const MSG* message)
 {
     return ::TranslateMessage(reinterpret_cast<const ::MSG*>(message));

@@ -86,6 +86,21 @@ TEST_F(ServiceModuleTest, AServiceRunsUntilStoppedAndQueuesTheStopBeforeItReport
     EXPECT_EQ(world().processes.current.standardOutput, "") << "a service logs to the event log only";
 }
 
+TEST_F(ServiceModuleTest, AStopThatComesTheMomentTheServiceRunsEndsItsLoop)
+{
+    sim::Service& service = StartedByTheManager();
+    service.onStatus = [&](DWORD state) {
+        if (state == SERVICE_RUNNING) {
+            service.handler(SERVICE_CONTROL_STOP);
+        }
+    };
+
+    EXPECT_EQ(TheModule().Start(1), 0);
+
+    EXPECT_EQ(service.reportedStates, (std::vector<DWORD>{2, 4, 3, 1}));
+    EXPECT_EQ(world().ExhaustedWaits(), 0) << "the loop ended on the stop's WM_QUIT, not for want of messages";
+}
+
 TEST_F(ServiceModuleTest, ControlRequestsBecomeCommandsWithoutChangingTheReportedState)
 {
     sim::Service& service = StartedByTheManager();

@@ -166,17 +166,22 @@ private:
     public:
         explicit InnerUnknown(FolderService& owner) : owner_(owner) {}
 
+        // The reference is taken through the pointer handed out: an aggregated
+        // object's IFolderService counts on the controlling object, which is
+        // also where its Release will go.
         HRESULT QueryInterface(os::GUID const& iid, void** object) override
         {
+            os::IUnknown* found = nullptr;
             if (os::SameGuid(iid, os::IID_IUnknown)) {
-                *object = static_cast<os::IUnknown*>(this);
+                found = this;
             } else if (os::SameGuid(iid, os::IID_IDispatch) || os::SameGuid(iid, os::IID_IFolderService)) {
-                *object = static_cast<os::IFolderService*>(&owner_);
+                found = static_cast<os::IFolderService*>(&owner_);
             } else {
                 *object = nullptr;
                 return E_NOINTERFACE;
             }
-            AddRef();
+            found->AddRef();
+            *object = found;
             return S_OK;
         }
         std::uint32_t AddRef() override { return ++owner_.references_; }

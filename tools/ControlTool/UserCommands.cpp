@@ -3,6 +3,7 @@
 #include "WideText.h"
 #include "platform/Com.h"
 #include "platform/Constants.h"
+#include "supervisor/SecretText.h"
 
 #include <memory>
 
@@ -28,6 +29,17 @@ Bstr MakeBstr(std::u16string const& text)
 {
     return Bstr(os::SysAllocStringLen(text.data(), static_cast<unsigned>(text.size())));
 }
+
+// The password's copy for the call is wiped before the system takes its
+// memory back, as every other copy of it is.
+struct WipeAndFreeString {
+    void operator()(WCHAR* text) const
+    {
+        WipeBytes(text, os::SysStringLen(text) * sizeof(WCHAR));
+        os::SysFreeString(text);
+    }
+};
+using SecretBstr = std::unique_ptr<WCHAR, WipeAndFreeString>;
 
 // The apartment of the command, left when it ends.
 class Apartment {
@@ -76,8 +88,8 @@ int RunUserCommand(std::vector<std::u16string> const& arguments, UserCommandCons
     FolderServicePtr service(static_cast<os::IFolderService*>(object));
     Bstr const name = MakeBstr(arguments[1]);
     if (command == u"install-user") {
-        Bstr const secret = MakeBstr(password);
-        password.assign(password.size(), u'\0');
+        SecretBstr const secret(MakeBstr(password).release());
+        WipeBytes(password.data(), password.size() * sizeof(char16_t));
         result = service->InstallUser(name.get(), secret.get());
         output = result < 0 ? Failure("InstallUser(" + user + ")", result, console) : "installed " + user + "\n";
         return result < 0 ? kFailed : 0;

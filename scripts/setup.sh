@@ -1,18 +1,23 @@
 #!/usr/bin/env bash
-# Installs what the two builds and their tests need on Debian 12: the native
-# toolchain and test libraries, the MinGW-w64 cross compilers and Wine. Safe to
-# run again: it asks apt only for the packages that are still missing.
+# Installs what the builds and their tests need on Debian 12: the native
+# toolchain and test libraries, clang for the fuzz targets, the MinGW-w64 cross
+# compilers, Wine and wixl. Safe to run again: it asks apt only for the packages
+# that are still missing.
 set -euo pipefail
 
 packages=(
     # Native build and tests.
     cmake ninja-build g++ python3 googletest libgtest-dev libgmock-dev libbenchmark-dev libboost-dev clang-format
+    # Fuzz targets: clang and its runtimes (libFuzzer, the sanitizers).
+    clang libclang-rt-14-dev
     # Windows cross build: compilers, windres and windmc, widl.
     g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-tools
     # Wine's IDL files for widl, the 64-bit loader, and the `wine`, `wineserver`
     # and `wineboot` commands (the wine64 package alone installs only the
     # loader under /usr/lib/wine).
     libwine-dev wine64 wine
+    # The MSI: wixl builds it from the WiX source in installer/.
+    wixl
 )
 
 missing=()

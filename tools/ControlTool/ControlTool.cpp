@@ -44,7 +44,8 @@ int RunControlTool(std::vector<std::u16string> const& arguments, std::string& ou
     if (!code || arguments.size() > 2) {
         output =
             "usage: HotFolderControl pause|run|stop|<number> [pipe name]\n"
-            "       HotFolderControl install-user|uninstall-user|is-installed DOMAIN\\user\n";
+            "       HotFolderControl install-user|uninstall-user|is-installed DOMAIN\\user\n"
+            "       HotFolderControl register|unregister\n";
         return 2;
     }
     std::u16string const pipe = arguments.size() == 2 ? arguments[1] : WatcherPipeName();

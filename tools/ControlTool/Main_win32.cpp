@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ControlTool.h"
+#include "Registration.h"
 #include "UserCommands.h"
 #include "WideText.h"
 
@@ -79,9 +80,14 @@ int wmain(int argc, wchar_t** argv)
         arguments.emplace_back(reinterpret_cast<char16_t const*>(argv[i]));
     }
     std::string output;
-    int const result = !arguments.empty() && hf::IsUserCommand(arguments[0])
-                           ? hf::RunUserCommand(arguments, {&ReadPassword, &SystemText}, output)
-                           : hf::RunControlTool(arguments, output);
+    int result = 0;
+    if (arguments.size() == 1 && hf::IsRegistrationCommand(arguments[0])) {
+        result = hf::RunRegistrationCommand(arguments[0], output);
+    } else if (!arguments.empty() && hf::IsUserCommand(arguments[0])) {
+        result = hf::RunUserCommand(arguments, {&ReadPassword, &SystemText}, output);
+    } else {
+        result = hf::RunControlTool(arguments, output);
+    }
     std::fputs(output.c_str(), result == 0 || result == 3 ? stdout : stderr);
     return result;
 }

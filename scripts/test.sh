@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # Builds and tests everything on a Debian 12 machine: the native build (the
-# core on the simulated Windows, under the sanitizers) and the windows build
-# (TarnwickHotFolder.exe and its suites, run under Wine). Exits non-zero if any
-# step or any test fails; ends with the counts of both test runs.
+# core on the simulated Windows, under the sanitizers), a short run of the fuzz
+# targets, and the windows build (TarnwickHotFolder.exe and its suites, run
+# under Wine). Exits non-zero if any step or any test fails; ends with the
+# counts of both test runs.
 #
-# Build folders: build/native and build/windows (the CMake presets), or
-# HF_NATIVE_BUILD_DIR and HF_WINDOWS_BUILD_DIR when set.
+# Build folders: build/native, build/fuzz and build/windows (the CMake
+# presets), or HF_NATIVE_BUILD_DIR, HF_FUZZ_BUILD_DIR and HF_WINDOWS_BUILD_DIR
+# when set.
 set -uo pipefail
 cd "$(dirname "$0")/.."
 started=$SECONDS
@@ -57,6 +59,16 @@ if cmake --preset native -B "$native_dir" && cmake --build "$native_dir" -j2; th
     run_ctest native "$native_dir"
 else
     echo "test.sh: the native build failed"
+    status=1
+fi
+
+# A short run of each fuzz target: its seeds (the inputs that once broke a rule
+# among them) and 10 s of new inputs. Long runs are made by hand (README).
+step "fuzz: build and run each target for 10 s"
+if bash fuzz/run.sh 10; then
+    summary_lines+=("fuzz: 3 targets, 10 s each, no finding")
+else
+    summary_lines+=("fuzz: FAILED, see build/fuzz/logs and build/fuzz/findings")
     status=1
 fi
 

@@ -57,7 +57,8 @@ bool ListenOnPipe(HANDLE pipe, PendingConnects& pending)
     return true;
 }
 
-void AcceptControlClient(HANDLE pipe, EventReporter& events, DWORD& commandWord, std::u16string const& name)
+std::unique_ptr<ControlPipeReader> StartControlReader(HANDLE pipe, EventReporter& events, DWORD& commandWord,
+                                                      std::u16string const& name)
 {
     auto reader = std::make_unique<ControlPipeReader>();
     reader->overlapped = OVERLAPPED{};
@@ -67,7 +68,12 @@ void AcceptControlClient(HANDLE pipe, EventReporter& events, DWORD& commandWord,
     reader->target = &commandWord;
     reader->name = name;
     ReadControlPipe(*reader);
-    LivingReaders().push_back(std::move(reader));
+    return reader;
+}
+
+void AcceptControlClient(HANDLE pipe, EventReporter& events, DWORD& commandWord, std::u16string const& name)
+{
+    LivingReaders().push_back(StartControlReader(pipe, events, commandWord, name));
 }
 
 bool ReadControlPipe(ControlPipeReader& reader)

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 
 namespace hf {
@@ -47,6 +48,11 @@ HANDLE CreateControlPipeInstance(std::u16string const& name);
 
 // Starts a connect on the instance; always true.
 bool ListenOnPipe(HANDLE pipe, PendingConnects& pending);
+
+// A reader for a connected instance, its first read started. Its owner keeps
+// it as long as a completion may still come for it.
+std::unique_ptr<ControlPipeReader> StartControlReader(HANDLE pipe, EventReporter& events, DWORD& commandWord,
+                                                      std::u16string const& name);
 
 // Takes over a connected instance: a reader that lives until the process ends,
 // and its first read.

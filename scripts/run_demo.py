@@ -202,7 +202,7 @@ def main():
     finally:
         prefix.stop()
         if watcher:
-            watcher.end()
+            watcher.wait(timeout=30)
     return 0
 
 

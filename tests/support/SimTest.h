@@ -5,6 +5,8 @@
 #include "WideText.h"
 #include "platform/Constants.h"
 #include "platform/sim/SimWorld.h"
+#include "service/HotFolderModule.h"
+#include "supervisor/CommandQueue.h"
 
 #include <gtest/gtest.h>
 
@@ -15,26 +17,54 @@ namespace hf::test {
 
 class SimTest : public ::testing::Test {
 protected:
-    SimTest();
-    ~SimTest() override;
+    SimTest()
+    {
+        sim::TheWorld().Reset();
+        StartProcess();
+    }
+    ~SimTest() override { sim::TheWorld().Reset(); }
 
     sim::World& world() { return sim::TheWorld(); }
 
     // Ends the simulated process (its handles close) and starts a fresh one
     // on the same machine: registry, files, services and event log stay.
-    void NewProcess();
+    void NewProcess()
+    {
+        sim::TheWorld().EndProcess();
+        StartProcess();
+    }
 
     // The event log as the viewer shows it, one rendered text per report, UTF-8.
-    std::vector<std::string> RenderedEvents() const;
+    std::vector<std::string> RenderedEvents() const
+    {
+        std::vector<std::string> texts;
+        for (auto const& record : sim::TheWorld().eventLog.Records()) {
+            texts.push_back(ToUtf8(sim::EventLog::Render(record)));
+        }
+        return texts;
+    }
     // Event ids in report order.
     std::vector<DWORD> EventIds() const { return sim::TheWorld().eventLog.Ids(); }
     // The only event with this id; fails the test when there is not exactly one.
-    sim::EventRecord OnlyEvent(DWORD eventId) const;
+    sim::EventRecord OnlyEvent(DWORD eventId) const
+    {
+        auto const found = sim::TheWorld().eventLog.WithId(eventId);
+        EXPECT_EQ(found.size(), 1u) << "reports of event " << eventId;
+        return found.empty() ? sim::EventRecord{} : found.front();
+    }
     // Handles opened since the test began (process-wide objects excluded) and
     // still open: a leak check for the code under test.
     long HandlesLeftOpen() const { return static_cast<long>(sim::TheWorld().OpenHandleCount()) - baselineHandles_; }
 
 private:
+    // The process-wide objects a fresh process has.
+    void StartProcess()
+    {
+        RecreateCommandQueue();
+        RecreateModule();
+        baselineHandles_ = static_cast<long>(sim::TheWorld().OpenHandleCount());
+    }
+
     long baselineHandles_ = 0;
 };
 

@@ -1,121 +1,128 @@
 // Child processes and the account the process runs as, on the simulated machine.
+#include "WideText.h"
 #include "platform/Constants.h"
 #include "platform/Errors.h"
 #include "platform/Logon.h"
 #include "platform/Process.h"
-#include "platform/sim/SimChildProcesses.h"
 #include "platform/sim/SimWorld.h"
 
 #include <cstring>
+
+namespace hf::sim {
+
+void ChildProcess::Exit(DWORD code, bool terminatedByCall)
+{
+    if (!running) {
+        return;
+    }
+    running = false;
+    terminated = terminatedByCall;
+    exitCode = code;
+    // A hook may close pipes whose peers react at once; take the list first.
+    for (auto& hook : std::exchange(exitHooks_, {})) {
+        hook();
+    }
+}
+
+void ChildProcess::ExitAfter(DWORD delay, DWORD code)
+{
+    TheWorld().After(delay, [self = weak_from_this(), code] {
+        if (auto process = self.lock()) {
+            process->Exit(code);
+        }
+    });
+}
+
+int ChildProcess::HandlesOpen() const
+{
+    auto object = kernelObject.lock();
+    return object ? object->handleCount : 0;
+}
+
+std::shared_ptr<ChildProcess> ChildProcesses::Start(
+    std::u16string const& path, std::function<void(std::shared_ptr<ChildProcess> const&)> const& describe)
+{
+    for (auto const& image : images_) {
+        if (EqualsIgnoringAsciiCase(image.path, path)) {
+            ImageBehaviour const behaviour = image.behaviour;
+            auto process = std::make_shared<ChildProcess>();
+            describe(process);
+            started_.push_back(process);
+            if (behaviour) {
+                behaviour(process);
+            }
+            return process;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace hf::sim
 
 namespace hf::os {
 
 namespace {
 
-constexpr DWORD kFirstThreadId = 7000;
-
-// The kernel object behind a process handle: signalled once the process has ended.
+// The kernel object behind a process handle, or behind the handle of its first
+// thread, which lives exactly as long as the process: signalled once it has ended.
 class ProcessObject : public sim::Object {
 public:
-    explicit ProcessObject(std::shared_ptr<sim::ChildProcess> process) : process(std::move(process)) {}
+    ProcessObject(std::shared_ptr<sim::ChildProcess> process, bool thread) : process(std::move(process)), thread(thread)
+    {
+    }
     bool IsWaitable() const override { return true; }
     bool IsSignaled() const override { return !process->running; }
     std::shared_ptr<sim::ChildProcess> process;
+    bool thread;
 };
 
-// The process's first thread, which lives exactly as long as the process.
-class ThreadObject : public sim::Object {
-public:
-    explicit ThreadObject(std::shared_ptr<sim::ChildProcess> process) : process(std::move(process)) {}
-    bool IsWaitable() const override { return true; }
-    bool IsSignaled() const override { return !process->running; }
-    std::shared_ptr<sim::ChildProcess> process;
-};
-
-std::shared_ptr<sim::ChildProcess> ProcessOf(HANDLE handle)
-{
-    auto object = sim::TheWorld().LookupAs<ProcessObject>(handle);
-    if (!object) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return nullptr;
-    }
-    return object->process;
-}
-
-// The program a command line names when no application name is given: its
-// first token, quoted or up to the first blank.
-std::u16string FirstToken(std::u16string const& commandLine)
-{
-    if (!commandLine.empty() && commandLine.front() == u'"') {
-        std::size_t const end = commandLine.find(u'"', 1);
-        return commandLine.substr(1, end == std::u16string::npos ? std::u16string::npos : end - 1);
-    }
-    return commandLine.substr(0, commandLine.find_first_of(u" \t"));
-}
-
-// Starts a process of the program that `applicationName` or the command line
-// names, running as `account`.
-BOOL StartProcess(std::u16string const& account, const WCHAR* applicationName, WCHAR* commandLine, BOOL inheritHandles,
-                  DWORD creationFlags, const WCHAR* currentDirectory, STARTUPINFOW* startupInfo,
-                  PROCESS_INFORMATION* processInformation)
+// Starts a process of the program that `applicationName` names (the product
+// always names it), running as `account`. Process and thread ids are not kept:
+// nothing reads them.
+BOOL StartProcess(std::u16string const& account, const WCHAR* applicationName, WCHAR* commandLine,
+                  const WCHAR* currentDirectory, STARTUPINFOW* startupInfo, PROCESS_INFORMATION* processInformation)
 {
     std::u16string const line = commandLine ? commandLine : u"";
     if (commandLine != nullptr) {
         // The system may write into the command line while it parses it; a
         // read-only buffer would fault here as it does on Windows.
-        std::size_t const length = line.size();
-        std::memmove(commandLine, line.c_str(), (length + 1) * sizeof(WCHAR));
-    }
-    std::u16string const path = applicationName ? std::u16string(applicationName) : FirstToken(line);
-    if (path.empty()) {
-        SetLastError(ERROR_PATH_NOT_FOUND);
-        return FALSE;
+        std::memmove(commandLine, line.c_str(), (line.size() + 1) * sizeof(WCHAR));
     }
     auto& world = sim::TheWorld();
-    DWORD error = 0;
-    auto process = world.processes.children.Start(path, error);
+    auto const process =
+        world.processes.children.Start(applicationName ? applicationName : u"", [&](auto const& started) {
+            started->applicationName = applicationName;
+            started->commandLine = line;
+            started->startupInfoSize = startupInfo ? startupInfo->cb : 0;
+            started->currentDirectory = currentDirectory ? currentDirectory : u"";
+            if (startupInfo != nullptr && startupInfo->lpDesktop != nullptr) {
+                started->desktop = std::u16string(startupInfo->lpDesktop);
+            }
+            started->userName = account;
+            auto object = std::make_shared<ProcessObject>(started, false);
+            started->kernelObject = object;
+            processInformation->hProcess = world.AddHandle(object);
+            processInformation->hThread = world.AddHandle(std::make_shared<ProcessObject>(started, true));
+        });
     if (!process) {
-        SetLastError(error);
-        return FALSE;
+        SetLastError(ERROR_FILE_NOT_FOUND);
     }
-    process->applicationName = applicationName ? applicationName : u"";
-    process->commandLine = line;
-    process->inheritHandles = inheritHandles;
-    process->creationFlags = creationFlags;
-    process->startupInfoSize = startupInfo ? startupInfo->cb : 0;
-    process->currentDirectory = currentDirectory ? currentDirectory : u"";
-    if (startupInfo != nullptr && startupInfo->lpDesktop != nullptr) {
-        process->desktop = std::u16string(startupInfo->lpDesktop);
-    }
-    process->userName = account;
-
-    auto object = std::make_shared<ProcessObject>(process);
-    process->kernelObject = object;
-    processInformation->hProcess = world.AddHandle(object);
-    processInformation->hThread = world.AddHandle(std::make_shared<ThreadObject>(process));
-    processInformation->dwProcessId = process->processId;
-    processInformation->dwThreadId = kFirstThreadId + process->processId;
-    world.processes.children.RunBehaviour(process);
-    return TRUE;
+    return process ? TRUE : FALSE;
 }
 
 }  // namespace
 
 BOOL CreateProcessW(const WCHAR* applicationName, WCHAR* commandLine, void* /*processAttributes*/,
-                    void* /*threadAttributes*/, BOOL inheritHandles, DWORD creationFlags, void* /*environment*/,
+                    void* /*threadAttributes*/, BOOL /*inheritHandles*/, DWORD /*creationFlags*/, void* /*environment*/,
                     const WCHAR* currentDirectory, STARTUPINFOW* startupInfo, PROCESS_INFORMATION* processInformation)
 {
-    DWORD error = 0;
-    if (sim::Injected("CreateProcessW", error)) {
-        return FALSE;
-    }
-    return StartProcess(sim::TheWorld().processes.current.userName, applicationName, commandLine, inheritHandles,
-                        creationFlags, currentDirectory, startupInfo, processInformation);
+    return StartProcess(sim::TheWorld().processes.current.userName, applicationName, commandLine, currentDirectory,
+                        startupInfo, processInformation);
 }
 
 BOOL CreateProcessAsUserW(HANDLE token, const WCHAR* applicationName, WCHAR* commandLine, void* /*processAttributes*/,
-                          void* /*threadAttributes*/, BOOL inheritHandles, DWORD creationFlags, void* /*environment*/,
-                          const WCHAR* currentDirectory, STARTUPINFOW* startupInfo,
+                          void* /*threadAttributes*/, BOOL /*inheritHandles*/, DWORD /*creationFlags*/,
+                          void* /*environment*/, const WCHAR* currentDirectory, STARTUPINFOW* startupInfo,
                           PROCESS_INFORMATION* processInformation)
 {
     DWORD error = 0;
@@ -127,39 +134,21 @@ BOOL CreateProcessAsUserW(HANDLE token, const WCHAR* applicationName, WCHAR* com
         SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }
-    return StartProcess(*account, applicationName, commandLine, inheritHandles, creationFlags, currentDirectory,
-                        startupInfo, processInformation);
+    return StartProcess(*account, applicationName, commandLine, currentDirectory, startupInfo, processInformation);
 }
 
 BOOL TerminateProcess(HANDLE process, unsigned exitCode)
 {
-    DWORD error = 0;
-    if (sim::Injected("TerminateProcess", error)) {
+    auto const target = sim::TheWorld().LookupAs<ProcessObject>(process);
+    if (!target || target->thread) {
+        SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }
-    auto target = ProcessOf(process);
-    if (!target) {
-        return FALSE;
-    }
-    if (!target->running) {
+    if (!target->process->running) {
         SetLastError(ERROR_ACCESS_DENIED);
         return FALSE;
     }
-    target->Terminate(exitCode);
-    return TRUE;
-}
-
-BOOL GetExitCodeProcess(HANDLE process, DWORD* exitCode)
-{
-    DWORD error = 0;
-    if (sim::Injected("GetExitCodeProcess", error)) {
-        return FALSE;
-    }
-    auto target = ProcessOf(process);
-    if (!target) {
-        return FALSE;
-    }
-    *exitCode = target->running ? STILL_ACTIVE : target->exitCode;
+    target->process->Exit(exitCode, true);
     return TRUE;
 }
 

@@ -9,10 +9,6 @@ namespace hf::os {
 
 HRESULT CoInitialize(void* /*reserved*/)
 {
-    DWORD error = 0;
-    if (sim::Injected("CoInitialize", error)) {
-        return static_cast<HRESULT>(error);
-    }
     ++sim::TheWorld().com.apartments;
     return S_OK;
 }
@@ -25,10 +21,6 @@ void CoUninitialize()
 HRESULT CoCreateInstance(GUID const& clsid, IUnknown* outer, DWORD /*classContext*/, GUID const& iid, void** object)
 {
     *object = nullptr;
-    DWORD error = 0;
-    if (sim::Injected("CoCreateInstance", error)) {
-        return static_cast<HRESULT>(error);
-    }
     for (auto const& published : sim::TheWorld().com.classObjects) {
         if (SameGuid(published.clsid, clsid) && !published.suspended) {
             IClassFactory* factory = nullptr;
@@ -53,10 +45,6 @@ HRESULT CoCreateInstance(GUID const& clsid, IUnknown* outer, DWORD /*classContex
 // pointer handed out points at the characters.
 BSTR SysAllocStringLen(const WCHAR* text, unsigned length)
 {
-    DWORD error = 0;
-    if (sim::Injected("SysAllocStringLen", error)) {
-        return nullptr;
-    }
     auto* block = new std::uint32_t[1 + (length + 1 + 1) / 2]();
     block[0] = length * 2;
     auto* characters = reinterpret_cast<WCHAR*>(block + 1);
@@ -64,22 +52,15 @@ BSTR SysAllocStringLen(const WCHAR* text, unsigned length)
         std::memcpy(characters, text, length * sizeof(WCHAR));
     }
     characters[length] = 0;
-    ++sim::TheWorld().com.bstrsOutstanding;
     return characters;
 }
 
 void SysFreeString(BSTR text)
 {
-    if (text == nullptr) {
-        return;
+    if (text != nullptr) {
+        delete[](reinterpret_cast<std::uint32_t*>(text) - 1);
     }
-    --sim::TheWorld().com.bstrsOutstanding;
-    delete[](reinterpret_cast<std::uint32_t*>(text) - 1);
 }
-
-}  // namespace hf::os
-
-namespace hf::os {
 
 unsigned SysStringLen(BSTR text)
 {
@@ -93,25 +74,18 @@ HRESULT CoInitializeEx(void* reserved, DWORD /*coInit*/)
     return CoInitialize(reserved);
 }
 
-HRESULT CoRegisterClassObject(GUID const& clsid, IUnknown* classObject, DWORD classContext, DWORD flags, DWORD* cookie)
+HRESULT CoRegisterClassObject(GUID const& clsid, IUnknown* classObject, DWORD /*classContext*/, DWORD flags,
+                              DWORD* cookie)
 {
-    DWORD error = 0;
-    if (sim::Injected("CoRegisterClassObject", error)) {
-        return static_cast<HRESULT>(error);
-    }
     auto& com = sim::TheWorld().com;
     classObject->AddRef();
     *cookie = com.nextCookie++;
-    com.classObjects.push_back({clsid, classObject, classContext, flags, *cookie, (flags & REGCLS_SUSPENDED) != 0});
+    com.classObjects.push_back({clsid, classObject, *cookie, (flags & REGCLS_SUSPENDED) != 0});
     return S_OK;
 }
 
 HRESULT CoResumeClassObjects()
 {
-    DWORD error = 0;
-    if (sim::Injected("CoResumeClassObjects", error)) {
-        return static_cast<HRESULT>(error);
-    }
     for (auto& published : sim::TheWorld().com.classObjects) {
         published.suspended = false;
     }
@@ -178,22 +152,6 @@ private:
     std::uint32_t references_ = 1;
 };
 
-HRESULT RegisterLibrary(ITypeLib* typeLib, const WCHAR* fullPath, const WCHAR* helpDirectory, bool perUser)
-{
-    if (typeLib == nullptr || fullPath == nullptr) {
-        return E_INVALIDARG;
-    }
-    auto& libraries = sim::TheWorld().com.typeLibraries;
-    for (auto& library : libraries) {
-        if (library.perUser == perUser) {
-            library = {fullPath, helpDirectory ? helpDirectory : u"", perUser};
-            return S_OK;
-        }
-    }
-    libraries.push_back({fullPath, helpDirectory ? helpDirectory : u"", perUser});
-    return S_OK;
-}
-
 HRESULT UnregisterLibrary(GUID const& libId, bool perUser)
 {
     auto& libraries = sim::TheWorld().com.typeLibraries;
@@ -206,16 +164,23 @@ HRESULT UnregisterLibrary(GUID const& libId, bool perUser)
     return TYPE_E_REGISTRYACCESS;
 }
 
+// One registration per form, as the registry's keys of the library are one.
+HRESULT RegisterLibrary(ITypeLib* typeLib, const WCHAR* fullPath, bool perUser)
+{
+    if (typeLib == nullptr || fullPath == nullptr) {
+        return E_INVALIDARG;
+    }
+    UnregisterLibrary(LIBID_HotFolderLib, perUser);
+    sim::TheWorld().com.typeLibraries.push_back({fullPath, perUser});
+    return S_OK;
+}
+
 }  // namespace
 
 // Only the executable's own type library (its TYPELIB resource 1) can be loaded.
 HRESULT LoadTypeLib(const WCHAR* file, ITypeLib** typeLib)
 {
     *typeLib = nullptr;
-    DWORD error = 0;
-    if (sim::Injected("LoadTypeLib", error)) {
-        return static_cast<HRESULT>(error);
-    }
     auto const& process = sim::TheWorld().processes.current;
     if (file == nullptr || process.modulePath != file || process.resources.count({u"TYPELIB", 1}) == 0) {
         return TYPE_E_CANTLOADLIBRARY;
@@ -224,22 +189,14 @@ HRESULT LoadTypeLib(const WCHAR* file, ITypeLib** typeLib)
     return S_OK;
 }
 
-HRESULT RegisterTypeLib(ITypeLib* typeLib, const WCHAR* fullPath, const WCHAR* helpDirectory)
+HRESULT RegisterTypeLib(ITypeLib* typeLib, const WCHAR* fullPath, const WCHAR* /*helpDirectory*/)
 {
-    DWORD error = 0;
-    if (sim::Injected("RegisterTypeLib", error)) {
-        return static_cast<HRESULT>(error);
-    }
-    return RegisterLibrary(typeLib, fullPath, helpDirectory, false);
+    return RegisterLibrary(typeLib, fullPath, false);
 }
 
-HRESULT RegisterTypeLibForUser(ITypeLib* typeLib, const WCHAR* fullPath, const WCHAR* helpDirectory)
+HRESULT RegisterTypeLibForUser(ITypeLib* typeLib, const WCHAR* fullPath, const WCHAR* /*helpDirectory*/)
 {
-    DWORD error = 0;
-    if (sim::Injected("RegisterTypeLibForUser", error)) {
-        return static_cast<HRESULT>(error);
-    }
-    return RegisterLibrary(typeLib, fullPath, helpDirectory, true);
+    return RegisterLibrary(typeLib, fullPath, true);
 }
 
 HRESULT UnRegisterTypeLib(GUID const& libId, WORD /*majorVersion*/, WORD /*minorVersion*/, DWORD /*locale*/,

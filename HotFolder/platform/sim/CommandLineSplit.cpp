@@ -9,24 +9,12 @@ namespace {
 // followed by a CR or LF starts the arguments there); it has no escapes.
 std::size_t ReadProgramName(std::u16string const& line, std::u16string& name)
 {
-    std::size_t i = 0;
-    if (!line.empty() && line[0] == u'"') {
-        i = 1;
-        while (i < line.size() && line[i] != u'"') {
-            name += line[i++];
-        }
-        if (i < line.size()) {
-            ++i;
-        }
-    } else {
-        while (i < line.size() && line[i] > u' ') {
-            name += line[i++];
-        }
-        if (i < line.size()) {
-            ++i;
-        }
+    bool const quoted = !line.empty() && line[0] == u'"';
+    std::size_t i = quoted ? 1 : 0;
+    while (i < line.size() && (quoted ? line[i] != u'"' : line[i] > u' ')) {
+        name += line[i++];
     }
-    return i;
+    return i < line.size() ? i + 1 : i;
 }
 
 bool IsBlank(char16_t c)

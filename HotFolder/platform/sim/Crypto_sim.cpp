@@ -17,105 +17,71 @@ namespace hf::os {
 
 namespace {
 
-constexpr BYTE kMagic[4] = {'S', 'D', 'P', 'B'};
+// The blob: this tag, the account and the description each ending in a NUL
+// character, the checksum (4 bytes), then the scrambled secret.
+constexpr char kTag[] = "SDPB";
 
-std::uint32_t Fnv1a(std::uint32_t hash, BYTE const* bytes, std::size_t count)
+std::vector<BYTE> Bytes(void const* data, std::size_t size)
 {
-    for (std::size_t i = 0; i < count; ++i) {
-        hash = (hash ^ bytes[i]) * 16777619u;
-    }
-    return hash;
-}
-
-std::uint32_t Fnv1a(std::uint32_t hash, std::u16string const& text)
-{
-    return Fnv1a(hash, reinterpret_cast<BYTE const*>(text.data()), text.size() * sizeof(WCHAR));
+    auto const* bytes = static_cast<BYTE const*>(data);
+    return bytes ? std::vector<BYTE>(bytes, bytes + size) : std::vector<BYTE>();
 }
 
 std::vector<BYTE> Bytes(DATA_BLOB const* blob)
 {
-    if (blob == nullptr || blob->pbData == nullptr) {
-        return {};
-    }
-    return std::vector<BYTE>(blob->pbData, blob->pbData + blob->cbData);
+    return blob ? Bytes(blob->pbData, blob->cbData) : std::vector<BYTE>();
 }
 
-std::uint32_t Checksum(std::u16string const& account, std::vector<BYTE> const& entropy, std::vector<BYTE> const& secret)
+std::vector<BYTE> Bytes(std::u16string const& text)
 {
-    std::uint32_t hash = Fnv1a(2166136261u, account);
-    hash = Fnv1a(hash, entropy.data(), entropy.size());
-    return Fnv1a(hash, secret.data(), secret.size());
+    return Bytes(text.c_str(), (text.size() + 1) * sizeof(WCHAR));
+}
+
+std::uint32_t Fnv1a(std::vector<BYTE> const& bytes, std::uint32_t hash = 2166136261u)
+{
+    for (BYTE byte : bytes) {
+        hash = (hash ^ byte) * 16777619u;
+    }
+    return hash;
+}
+
+std::vector<BYTE> Checksum(std::u16string const& account, DATA_BLOB const* entropy, std::vector<BYTE> const& secret)
+{
+    std::uint32_t const hash = Fnv1a(secret, Fnv1a(Bytes(entropy), Fnv1a(Bytes(account))));
+    return Bytes(&hash, sizeof hash);
 }
 
 // Scrambles or unscrambles in place with a stream drawn from the account.
 void Scramble(std::u16string const& account, std::vector<BYTE>& bytes)
 {
-    std::uint32_t state = Fnv1a(2166136261u, account) | 1u;
+    std::uint32_t state = Fnv1a(Bytes(account)) | 1u;
     for (BYTE& byte : bytes) {
         state = state * 1103515245u + 12345u;
         byte = static_cast<BYTE>(byte ^ (state >> 16));
     }
 }
 
-void PutWord(std::vector<BYTE>& out, std::uint32_t value)
+// The NUL-terminated text at `at`, which moves past it; nothing when the blob ends first.
+std::optional<std::u16string> TakeText(std::vector<BYTE> const& blob, std::size_t& at)
 {
-    for (int shift = 0; shift < 32; shift += 8) {
-        out.push_back(static_cast<BYTE>(value >> shift));
-    }
-}
-
-void PutText(std::vector<BYTE>& out, std::u16string const& text)
-{
-    PutWord(out, static_cast<std::uint32_t>(text.size()));
-    auto const* bytes = reinterpret_cast<BYTE const*>(text.data());
-    out.insert(out.end(), bytes, bytes + text.size() * sizeof(WCHAR));
-}
-
-// Reads a sealed blob back; nothing when it is not laid out as one.
-class BlobReader {
-public:
-    explicit BlobReader(std::vector<BYTE> bytes) : bytes_(std::move(bytes)) {}
-
-    std::optional<std::uint32_t> Word()
-    {
-        if (bytes_.size() - at_ < 4) {
+    std::u16string text;
+    for (char16_t c = 1; c != 0; at += sizeof c) {
+        if (blob.size() < at + sizeof c) {
             return std::nullopt;
         }
-        std::uint32_t value = 0;
-        for (int i = 3; i >= 0; --i) {
-            value = (value << 8) | bytes_[at_ + i];
-        }
-        at_ += 4;
-        return value;
+        std::memcpy(&c, blob.data() + at, sizeof c);
+        text += c;
     }
-    std::optional<std::u16string> Text()
-    {
-        auto const length = Word();
-        if (!length || (bytes_.size() - at_) / sizeof(WCHAR) < *length) {
-            return std::nullopt;
-        }
-        std::u16string text(*length, u'\0');
-        std::memcpy(text.data(), bytes_.data() + at_, *length * sizeof(WCHAR));
-        at_ += *length * sizeof(WCHAR);
-        return text;
-    }
-    std::vector<BYTE> Rest()
-    {
-        return std::vector<BYTE>(bytes_.begin() + static_cast<std::ptrdiff_t>(at_), bytes_.end());
-    }
+    text.pop_back();
+    return text;
+}
 
-private:
-    std::vector<BYTE> bytes_;
-    std::size_t at_ = 0;
-};
-
-BYTE* LocalCopy(std::vector<BYTE> const& bytes)
+BOOL Hand(std::vector<BYTE> const& bytes, DATA_BLOB* out)
 {
-    auto* block = static_cast<BYTE*>(sim::LocalAllocate(bytes.size()));
-    if (!bytes.empty()) {
-        std::memcpy(block, bytes.data(), bytes.size());
-    }
-    return block;
+    out->cbData = static_cast<DWORD>(bytes.size());
+    out->pbData = static_cast<BYTE*>(sim::LocalAllocate(bytes.size()));
+    std::copy(bytes.begin(), bytes.end(), out->pbData);
+    return TRUE;
 }
 
 BOOL Fail(DWORD error)
@@ -129,63 +95,43 @@ BOOL Fail(DWORD error)
 BOOL CryptProtectData(DATA_BLOB* dataIn, const WCHAR* description, DATA_BLOB* optionalEntropy, void* /*reserved*/,
                       void* /*promptStruct*/, DWORD /*flags*/, DATA_BLOB* dataOut)
 {
-    DWORD error = 0;
-    if (sim::Injected("CryptProtectData", error)) {
-        return FALSE;
-    }
-    if (dataIn == nullptr || dataOut == nullptr) {
-        return Fail(ERROR_INVALID_PARAMETER);
-    }
     std::u16string const& account = sim::TheWorld().processes.current.userName;
     std::vector<BYTE> secret = Bytes(dataIn);
-    std::vector<BYTE> blob(std::begin(kMagic), std::end(kMagic));
-    PutText(blob, account);
-    PutText(blob, description ? description : u"");
-    PutWord(blob, Checksum(account, Bytes(optionalEntropy), secret));
+    std::vector<BYTE> blob(kTag, kTag + 4);
+    for (auto const& part :
+         {Bytes(account), Bytes(description ? description : u""), Checksum(account, optionalEntropy, secret)}) {
+        blob.insert(blob.end(), part.begin(), part.end());
+    }
     Scramble(account, secret);
     blob.insert(blob.end(), secret.begin(), secret.end());
-    dataOut->cbData = static_cast<DWORD>(blob.size());
-    dataOut->pbData = LocalCopy(blob);
-    return TRUE;
+    return Hand(blob, dataOut);
 }
 
 BOOL CryptUnprotectData(DATA_BLOB* dataIn, WCHAR** description, DATA_BLOB* optionalEntropy, void* /*reserved*/,
                         void* /*promptStruct*/, DWORD /*flags*/, DATA_BLOB* dataOut)
 {
-    DWORD error = 0;
-    if (sim::Injected("CryptUnprotectData", error)) {
-        return FALSE;
-    }
-    if (dataIn == nullptr || dataOut == nullptr) {
-        return Fail(ERROR_INVALID_PARAMETER);
-    }
-    std::vector<BYTE> const bytes = Bytes(dataIn);
-    if (bytes.size() < sizeof kMagic || std::memcmp(bytes.data(), kMagic, sizeof kMagic) != 0) {
-        return Fail(ERROR_INVALID_DATA);
-    }
-    BlobReader reader(std::vector<BYTE>(bytes.begin() + sizeof kMagic, bytes.end()));
-    auto const account = reader.Text();
-    auto const sealedDescription = reader.Text();
-    auto const checksum = reader.Word();
-    if (!account || !sealedDescription || !checksum) {
+    std::vector<BYTE> const blob = Bytes(dataIn);
+    std::size_t at = 4;
+    auto const account =
+        blob.size() >= at && std::memcmp(blob.data(), kTag, at) == 0 ? TakeText(blob, at) : std::nullopt;
+    auto const sealedDescription = account ? TakeText(blob, at) : std::nullopt;
+    if (!sealedDescription || blob.size() < at + 4) {
         return Fail(ERROR_INVALID_DATA);
     }
     if (*account != sim::TheWorld().processes.current.userName) {
         return Fail(NTE_BAD_KEY_STATE);
     }
-    std::vector<BYTE> secret = reader.Rest();
+    std::vector<BYTE> secret(blob.begin() + static_cast<std::ptrdiff_t>(at + 4), blob.end());
     Scramble(*account, secret);
-    if (Checksum(*account, Bytes(optionalEntropy), secret) != *checksum) {
+    if (Checksum(*account, optionalEntropy, secret) !=
+        std::vector<BYTE>(blob.begin() + static_cast<std::ptrdiff_t>(at),
+                          blob.begin() + static_cast<std::ptrdiff_t>(at + 4))) {
         return Fail(ERROR_INVALID_DATA);
     }
-    if (description != nullptr) {
-        std::u16string const text = *sealedDescription + u'\0';
-        *description = reinterpret_cast<WCHAR*>(LocalCopy(std::vector<BYTE>(
-            reinterpret_cast<BYTE const*>(text.data()), reinterpret_cast<BYTE const*>(text.data() + text.size()))));
-    }
-    dataOut->cbData = static_cast<DWORD>(secret.size());
-    dataOut->pbData = LocalCopy(secret);
-    return TRUE;
+    DATA_BLOB text;
+    Hand(Bytes(*sealedDescription), &text);
+    *description = reinterpret_cast<WCHAR*>(text.pbData);
+    return Hand(secret, dataOut);
 }
 
 }  // namespace hf::os

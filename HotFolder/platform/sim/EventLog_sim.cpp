@@ -24,10 +24,6 @@ HANDLE const kCurrentProcess = reinterpret_cast<HANDLE>(static_cast<std::intptr_
 
 HANDLE RegisterEventSourceW(const WCHAR* /*serverName*/, const WCHAR* sourceName)
 {
-    DWORD error = 0;
-    if (sim::Injected("RegisterEventSourceW", error)) {
-        return nullptr;
-    }
     auto& world = sim::TheWorld();
     ++world.eventLog.openSources;
     return world.AddHandle(std::make_shared<EventSource>(sourceName ? sourceName : u""));
@@ -36,27 +32,14 @@ HANDLE RegisterEventSourceW(const WCHAR* /*serverName*/, const WCHAR* sourceName
 BOOL ReportEventW(HANDLE eventSource, WORD type, WORD category, DWORD eventId, PSID userSid, WORD numStrings,
                   DWORD /*dataSize*/, const WCHAR** strings, void* /*rawData*/)
 {
-    DWORD error = 0;
-    if (sim::Injected("ReportEventW", error)) {
-        return 0;
-    }
     auto source = sim::TheWorld().LookupAs<EventSource>(eventSource);
     if (!source) {
         SetLastError(ERROR_INVALID_HANDLE);
         return 0;
     }
-    sim::EventRecord record;
-    record.source = source->name;
-    record.type = type;
-    record.category = category;
-    record.eventId = eventId;
-    if (userSid != nullptr) {
-        record.userSid = static_cast<const WCHAR*>(userSid);
-    }
-    for (WORD i = 0; i < numStrings; ++i) {
-        record.strings.emplace_back(strings[i]);
-    }
-    sim::TheWorld().eventLog.Add(std::move(record));
+    sim::TheWorld().eventLog.Add({source->name, type, category, eventId,
+                                  userSid ? static_cast<const WCHAR*>(userSid) : u"",
+                                  std::vector<std::u16string>(strings, strings + numStrings)});
     return 1;
 }
 
@@ -76,35 +59,19 @@ HANDLE GetCurrentProcess()
 }
 
 // The simulated security descriptor is one LocalFree-able block holding the
-// owner SID as NUL-terminated text; the owner pointer points into it.
-DWORD GetSecurityInfo(HANDLE object, DWORD /*objectType*/, DWORD /*securityInfo*/, PSID* owner, PSID* group,
-                      void** dacl, void** sacl, PSECURITY_DESCRIPTOR* securityDescriptor)
+// owner SID as NUL-terminated text; the owner pointer points into it. Only the
+// owner is asked for here.
+DWORD GetSecurityInfo(HANDLE object, DWORD /*objectType*/, DWORD /*securityInfo*/, PSID* owner, PSID* /*group*/,
+                      void** /*dacl*/, void** /*sacl*/, PSECURITY_DESCRIPTOR* securityDescriptor)
 {
-    DWORD error = 0;
-    if (sim::Injected("GetSecurityInfo", error)) {
-        return error;
-    }
     if (object != kCurrentProcess) {
         return ERROR_INVALID_HANDLE;
     }
     std::u16string const& sid = sim::TheWorld().processes.current.ownerSid;
     auto* block = static_cast<WCHAR*>(sim::LocalAllocate((sid.size() + 1) * sizeof(WCHAR)));
     std::memcpy(block, sid.c_str(), (sid.size() + 1) * sizeof(WCHAR));
-    if (owner) {
-        *owner = block;
-    }
-    if (group) {
-        *group = nullptr;
-    }
-    if (dacl) {
-        *dacl = nullptr;
-    }
-    if (sacl) {
-        *sacl = nullptr;
-    }
-    if (securityDescriptor) {
-        *securityDescriptor = block;
-    }
+    *owner = block;
+    *securityDescriptor = block;
     return 0;
 }
 
@@ -122,10 +89,6 @@ HLOCAL LocalFree(HLOCAL memory)
 
 HLOCAL LocalAlloc(unsigned /*flags*/, std::size_t bytes)
 {
-    DWORD error = 0;
-    if (sim::Injected("LocalAlloc", error)) {
-        return nullptr;
-    }
     return sim::LocalAllocate(bytes);
 }
 
@@ -133,7 +96,7 @@ int LoadStringW(HINSTANCE /*module*/, unsigned id, WCHAR* buffer, int bufferMax)
 {
     auto const& strings = sim::TheWorld().processes.current.stringResources;
     auto it = strings.find(id);
-    if (it == strings.end() || bufferMax <= 0) {
+    if (it == strings.end()) {
         SetLastError(ERROR_RESOURCE_NAME_NOT_FOUND);
         return 0;
     }

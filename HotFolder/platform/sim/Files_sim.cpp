@@ -21,63 +21,22 @@ HANDLE const kInvalidHandleValue = reinterpret_cast<HANDLE>(static_cast<std::int
 
 std::u16string const kPipePrefix = u"\\\\.\\PIPE\\";
 
-// Whether a name matches a wildcard pattern (* any run, ? one character), without regard to case.
-bool MatchesPattern(std::u16string_view name, std::u16string_view pattern)
-{
-    if (pattern.empty()) {
-        return name.empty();
-    }
-    if (pattern.front() == u'*') {
-        for (std::size_t skip = 0; skip <= name.size(); ++skip) {
-            if (MatchesPattern(name.substr(skip), pattern.substr(1))) {
-                return true;
-            }
-        }
-        return false;
-    }
-    if (name.empty()) {
-        return false;
-    }
-    if (pattern.front() != u'?' && sim::FoldCase(pattern.front()) != sim::FoldCase(name.front())) {
-        return false;
-    }
-    return MatchesPattern(name.substr(1), pattern.substr(1));
-}
-
-struct FoundEntry {
-    std::u16string name;
-    DWORD attributes = 0;
-    std::size_t size = 0;
-};
-
 // An open listing: the entries as they were when FindFirstFileW ran.
 class FindObject : public sim::Object {
 public:
-    std::vector<FoundEntry> entries;
+    void Add(std::u16string const& name, DWORD attributes, std::size_t size)
+    {
+        WIN32_FIND_DATAW entry{};
+        entry.dwFileAttributes = attributes;
+        entry.nFileSizeLow = static_cast<DWORD>(size);
+        std::copy_n(name.begin(), std::min(name.size(), kMaxPath - 1), entry.cFileName);
+        entries.push_back(entry);
+    }
+    std::vector<WIN32_FIND_DATAW> entries;
     std::size_t next = 0;
 };
 
-void Fill(FoundEntry const& entry, WIN32_FIND_DATAW* data)
-{
-    *data = WIN32_FIND_DATAW{};
-    data->dwFileAttributes = entry.attributes;
-    data->nFileSizeLow = static_cast<DWORD>(entry.size);
-    std::size_t const length = std::min(entry.name.size(), kMaxPath - 1);
-    std::copy_n(entry.name.begin(), length, data->cFileName);
-}
-
-std::vector<FoundEntry> ListPipes(std::u16string const& pattern)
-{
-    std::vector<FoundEntry> entries;
-    for (auto const& name : sim::TheWorld().pipes.Names()) {
-        if (MatchesPattern(name, pattern)) {
-            entries.push_back(FoundEntry{name, FILE_ATTRIBUTE_NORMAL, 0});
-        }
-    }
-    return entries;
-}
-
-bool ListDirectory(std::u16string const& directory, std::u16string const& pattern, std::vector<FoundEntry>& entries)
+bool ListDirectory(std::u16string const& directory, std::u16string const& pattern, FindObject& listing)
 {
     std::shared_ptr<sim::FileNode> node = sim::TheWorld().files.Find(directory.empty() ? u"\\" : directory);
     if (!node || !node->isDirectory) {
@@ -86,14 +45,14 @@ bool ListDirectory(std::u16string const& directory, std::u16string const& patter
     }
     if (node->parent != nullptr) {  // a drive's root has no "." and ".."
         for (auto const* dots : {u".", u".."}) {
-            if (MatchesPattern(dots, pattern)) {
-                entries.push_back(FoundEntry{dots, FILE_ATTRIBUTE_DIRECTORY, 0});
+            if (sim::MatchesWildcards(dots, pattern)) {
+                listing.Add(dots, FILE_ATTRIBUTE_DIRECTORY, 0);
             }
         }
     }
     for (auto const& child : node->children) {
-        if (MatchesPattern(child.second->name, pattern)) {
-            entries.push_back(FoundEntry{child.second->name, child.second->attributes, child.second->contents.size()});
+        if (sim::MatchesWildcards(child.second->name, pattern)) {
+            listing.Add(child.second->name, child.second->attributes, child.second->contents.size());
         }
     }
     return true;
@@ -126,12 +85,16 @@ HANDLE FindFirstFileW(const WCHAR* fileName, WIN32_FIND_DATAW* findData)
     std::u16string const path = fileName ? fileName : u"";
     auto listing = std::make_shared<FindObject>();
     if (path.size() > kPipePrefix.size() && AsciiUpper(path.substr(0, kPipePrefix.size())) == kPipePrefix) {
-        listing->entries = ListPipes(path.substr(kPipePrefix.size()));
+        for (auto const& name : sim::TheWorld().pipes.Names()) {
+            if (sim::MatchesWildcards(name, path.substr(kPipePrefix.size()))) {
+                listing->Add(name, FILE_ATTRIBUTE_NORMAL, 0);
+            }
+        }
     } else {
         std::size_t const slash = path.rfind(u'\\');
         std::u16string const directory = slash == std::u16string::npos ? std::u16string() : path.substr(0, slash + 1);
         std::u16string const pattern = slash == std::u16string::npos ? path : path.substr(slash + 1);
-        if (!ListDirectory(directory, pattern, listing->entries)) {
+        if (!ListDirectory(directory, pattern, *listing)) {
             return kInvalidHandleValue;
         }
     }
@@ -139,7 +102,7 @@ HANDLE FindFirstFileW(const WCHAR* fileName, WIN32_FIND_DATAW* findData)
         SetLastError(ERROR_FILE_NOT_FOUND);
         return kInvalidHandleValue;
     }
-    Fill(listing->entries[0], findData);
+    *findData = listing->entries[0];
     listing->next = 1;
     return sim::TheWorld().AddHandle(listing);
 }
@@ -159,7 +122,7 @@ BOOL FindNextFileW(HANDLE find, WIN32_FIND_DATAW* findData)
         SetLastError(ERROR_NO_MORE_FILES);
         return 0;
     }
-    Fill(listing->entries[listing->next++], findData);
+    *findData = listing->entries[listing->next++];
     return 1;
 }
 
@@ -180,16 +143,6 @@ BOOL CreateDirectoryW(const WCHAR* pathName, void* /*securityAttributes*/)
         return 0;
     }
     return sim::TheWorld().files.Create(pathName ? pathName : u"", true, FILE_ATTRIBUTE_DIRECTORY) ? 1 : 0;
-}
-
-DWORD GetFileAttributesW(const WCHAR* fileName)
-{
-    DWORD error = 0;
-    if (sim::Injected("GetFileAttributesW", error)) {
-        return INVALID_FILE_ATTRIBUTES;
-    }
-    std::shared_ptr<sim::FileNode> node = sim::TheWorld().files.Find(fileName ? fileName : u"");
-    return node ? node->attributes : INVALID_FILE_ATTRIBUTES;
 }
 
 unsigned GetTempFileNameW(const WCHAR* pathName, const WCHAR* prefixString, unsigned unique, WCHAR* tempFileName)
@@ -218,7 +171,7 @@ unsigned GetTempFileNameW(const WCHAR* pathName, const WCHAR* prefixString, unsi
         return number;
     };
     if (unique != 0) {
-        return hand(nameFor(unique & 0xFFFF), unique);
+        return hand(nameFor(unique & 0xFFFF), unique);  // the name only; no file is made
     }
     std::shared_ptr<sim::FileNode> folder = sim::TheWorld().files.Find(directory);
     if (!folder || !folder->isDirectory) {
@@ -230,7 +183,7 @@ unsigned GetTempFileNameW(const WCHAR* pathName, const WCHAR* prefixString, unsi
     unsigned number = start;
     do {
         std::u16string const name = nameFor(number);
-        if (sim::TheWorld().files.Create(name, false, 0x20)) {
+        if (sim::TheWorld().files.Create(name, false, FILE_ATTRIBUTE_ARCHIVE)) {
             return hand(name, number);
         }
         if (GetLastError() != ERROR_ALREADY_EXISTS) {

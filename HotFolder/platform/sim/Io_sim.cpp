@@ -1,5 +1,4 @@
 // The calls that files and pipes share: opening by name, reading and writing.
-#include "WideText.h"
 #include "platform/Constants.h"
 #include "platform/Errors.h"
 #include "platform/Files.h"
@@ -8,12 +7,6 @@
 namespace hf::os {
 
 namespace {
-
-bool IsPipeName(std::u16string const& name)
-{
-    std::u16string const prefix = u"\\\\.\\PIPE\\";
-    return name.size() > prefix.size() && AsciiUpper(name.substr(0, prefix.size())) == prefix;
-}
 
 std::shared_ptr<sim::IoObject> IoOf(HANDLE handle)
 {
@@ -26,7 +19,7 @@ std::shared_ptr<sim::IoObject> IoOf(HANDLE handle)
 
 }  // namespace
 
-HANDLE CreateFileW(const WCHAR* fileName, DWORD desiredAccess, DWORD shareMode, void* /*securityAttributes*/,
+HANDLE CreateFileW(const WCHAR* fileName, DWORD /*desiredAccess*/, DWORD /*shareMode*/, void* /*securityAttributes*/,
                    DWORD creationDisposition, DWORD flagsAndAttributes, HANDLE /*templateFile*/)
 {
     DWORD error = 0;
@@ -34,10 +27,10 @@ HANDLE CreateFileW(const WCHAR* fileName, DWORD desiredAccess, DWORD shareMode, 
         return reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(-1));
     }
     std::u16string const name = fileName ? fileName : u"";
-    if (IsPipeName(name)) {
-        return sim::TheWorld().pipes.OpenClient(name, desiredAccess, flagsAndAttributes);
+    if (sim::IsPipeName(name)) {
+        return sim::TheWorld().pipes.OpenClient(name);
     }
-    return sim::TheWorld().files.Open(name, desiredAccess, shareMode, creationDisposition, flagsAndAttributes);
+    return sim::TheWorld().files.Open(name, creationDisposition, flagsAndAttributes);
 }
 
 BOOL ReadFileEx(HANDLE file, void* buffer, DWORD bytesToRead, OVERLAPPED* overlapped,
@@ -54,10 +47,6 @@ BOOL ReadFileEx(HANDLE file, void* buffer, DWORD bytesToRead, OVERLAPPED* overla
 BOOL WriteFileEx(HANDLE file, const void* buffer, DWORD bytesToWrite, OVERLAPPED* overlapped,
                  LPOVERLAPPED_COMPLETION_ROUTINE completionRoutine)
 {
-    DWORD error = 0;
-    if (sim::Injected("WriteFileEx", error)) {
-        return 0;
-    }
     auto io = IoOf(file);
     return io ? io->WriteEx(buffer, bytesToWrite, overlapped, completionRoutine) : 0;
 }

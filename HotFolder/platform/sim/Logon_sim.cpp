@@ -40,10 +40,7 @@ Account const* Accounts::Find(std::u16string const& domain, std::u16string const
 std::optional<std::u16string> TokenAccount(HANDLE token)
 {
     auto logon = TheWorld().LookupAs<LogonToken>(token);
-    if (!logon) {
-        return std::nullopt;
-    }
-    return logon->account;
+    return logon ? std::optional(logon->account) : std::nullopt;
 }
 
 }  // namespace hf::sim
@@ -68,8 +65,7 @@ BOOL Fail(DWORD error)
 BOOL LogonUserW(const WCHAR* userName, const WCHAR* domain, const WCHAR* password, DWORD /*logonType*/,
                 DWORD /*logonProvider*/, HANDLE* token)
 {
-    DWORD error = 0;
-    if (sim::Injected("LogonUserW", error)) {
+    if (DWORD error = 0; sim::Injected("LogonUserW", error)) {
         return FALSE;
     }
     auto& world = sim::TheWorld();
@@ -83,12 +79,10 @@ BOOL LogonUserW(const WCHAR* userName, const WCHAR* domain, const WCHAR* passwor
 
 BOOL LoadUserProfileW(HANDLE token, PROFILEINFOW* profileInfo)
 {
-    DWORD error = 0;
-    if (sim::Injected("LoadUserProfileW", error)) {
+    if (DWORD error = 0; sim::Injected("LoadUserProfileW", error)) {
         return FALSE;
     }
-    auto const account = sim::TokenAccount(token);
-    if (!account) {
+    if (!sim::TokenAccount(token)) {
         return Fail(ERROR_INVALID_HANDLE);
     }
     if (profileInfo == nullptr || profileInfo->dwSize != sizeof(PROFILEINFOW) || profileInfo->lpUserName == nullptr ||
@@ -96,39 +90,31 @@ BOOL LoadUserProfileW(HANDLE token, PROFILEINFOW* profileInfo)
         return Fail(ERROR_INVALID_PARAMETER);
     }
     auto& profiles = sim::TheWorld().accounts.profiles;
-    sim::LoadedProfile loaded{*account, profileInfo->lpUserName, std::nullopt, false};
-    if (profileInfo->lpProfilePath != nullptr) {
-        loaded.profilePath = std::u16string(profileInfo->lpProfilePath);
-    }
-    profiles.push_back(std::move(loaded));
+    auto const* path = profileInfo->lpProfilePath;
+    profiles.push_back({profileInfo->lpUserName, path ? std::optional<std::u16string>(path) : std::nullopt, false});
     profileInfo->hProfile = sim::TheWorld().AddHandle(std::make_shared<sim::LoadedProfileObject>(profiles.size() - 1));
     return TRUE;
 }
 
 BOOL UnloadUserProfile(HANDLE token, HANDLE profile)
 {
-    DWORD error = 0;
-    if (sim::Injected("UnloadUserProfile", error)) {
-        return FALSE;
-    }
     auto& world = sim::TheWorld();
     auto loaded = world.LookupAs<sim::LoadedProfileObject>(profile);
     if (!sim::TokenAccount(token) || !loaded) {
         return Fail(ERROR_INVALID_HANDLE);
     }
     world.accounts.profiles[loaded->index].unloaded = true;
+    if (world.accounts.onUnload) {
+        world.accounts.onUnload();
+    }
     world.CloseHandle(profile);
     return TRUE;
 }
 
-DWORD NetUserGetInfo(const WCHAR* serverName, const WCHAR* userName, DWORD level, BYTE** buffer)
+DWORD NetUserGetInfo(const WCHAR* serverName, const WCHAR* userName, DWORD /*level*/, BYTE** buffer)
 {
-    DWORD error = 0;
-    if (sim::Injected("NetUserGetInfo", error)) {
+    if (DWORD error = 0; sim::Injected("NetUserGetInfo", error)) {
         return error;
-    }
-    if (level != 4) {
-        return ERROR_INVALID_PARAMETER;
     }
     sim::Account const* account = sim::TheWorld().accounts.Find(Text(serverName), Text(userName));
     if (account == nullptr) {

@@ -12,10 +12,6 @@ namespace hf::os {
 // the call fails.
 BOOL GetMessageW(MSG* message, HWND /*window*/, unsigned /*filterMin*/, unsigned /*filterMax*/)
 {
-    DWORD error = 0;
-    if (sim::Injected("GetMessageW", error)) {
-        return -1;
-    }
     auto& world = sim::TheWorld();
     DWORD const thread = world.processes.currentThreadId;
     auto& queue = world.processes.messageQueues[thread];
@@ -55,21 +51,16 @@ LPARAM DispatchMessageW(const MSG* /*message*/)
 
 BOOL PostThreadMessageW(DWORD threadId, unsigned message, WPARAM wParam, LPARAM lParam)
 {
-    DWORD error = 0;
-    if (sim::Injected("PostThreadMessageW", error)) {
-        return 0;
-    }
     auto& queues = sim::TheWorld().processes.messageQueues;
     auto const queue = queues.find(threadId);
     if (queue == queues.end()) {
         SetLastError(ERROR_INVALID_THREAD_ID);
         return 0;
     }
-    MSG posted;
+    MSG posted{};
     posted.message = message;
     posted.wParam = wParam;
     posted.lParam = lParam;
-    posted.time = sim::TheWorld().Ticks();
     queue->second.push_back(posted);
     return 1;
 }

@@ -30,33 +30,6 @@ std::size_t RootLength(std::u16string_view path)
     return !path.empty() && path[0] == u'\\' ? 1 : 0;
 }
 
-bool MatchesOne(std::u16string_view name, std::u16string_view pattern)
-{
-    // Iterative wildcard match with back-tracking to the last "*".
-    std::size_t n = 0;
-    std::size_t p = 0;
-    std::size_t starP = std::u16string_view::npos;
-    std::size_t starN = 0;
-    while (n < name.size()) {
-        if (p < pattern.size() && (pattern[p] == u'?' || sim::FoldCase(pattern[p]) == sim::FoldCase(name[n]))) {
-            ++n;
-            ++p;
-        } else if (p < pattern.size() && pattern[p] == u'*') {
-            starP = p++;
-            starN = n;
-        } else if (starP != std::u16string_view::npos) {
-            p = starP + 1;
-            n = ++starN;
-        } else {
-            return false;
-        }
-    }
-    while (p < pattern.size() && pattern[p] == u'*') {
-        ++p;
-    }
-    return p == pattern.size();
-}
-
 }  // namespace
 
 BOOL PathIsRelativeW(const WCHAR* path)
@@ -177,28 +150,10 @@ WCHAR* PathFindFileNameW(WCHAR* path)
     return const_cast<WCHAR*>(PathFindFileNameW(static_cast<const WCHAR*>(path)));
 }
 
+// One pattern; the lists of patterns separated by ";" that Windows also takes are not needed here.
 BOOL PathMatchSpecW(const WCHAR* file, const WCHAR* spec)
 {
-    if (file == nullptr || spec == nullptr) {
-        return 0;
-    }
-    std::u16string_view const name(file);
-    std::u16string_view specs(spec);
-    if (specs == u"*.*") {
-        return 1;
-    }
-    // Several patterns may be given, separated by ";", each after optional blanks.
-    while (!specs.empty()) {
-        while (!specs.empty() && specs.front() == u' ') {
-            specs.remove_prefix(1);
-        }
-        std::size_t const end = specs.find(u';');
-        if (MatchesOne(name, specs.substr(0, end))) {
-            return 1;
-        }
-        specs = end == std::u16string_view::npos ? std::u16string_view() : specs.substr(end + 1);
-    }
-    return 0;
+    return file != nullptr && spec != nullptr && sim::MatchesWildcards(file, spec) ? 1 : 0;
 }
 
 BOOL PathIsDirectoryW(const WCHAR* path)

@@ -29,7 +29,7 @@ public:
         started = true;
         auto& processes = sim::TheWorld().processes;
         DWORD const caller = std::exchange(processes.currentThreadId, id);
-        exitCode = start(parameter);
+        start(parameter);
         processes.currentThreadId = caller;
         finished = true;
         ++processes.threadsFinished;
@@ -40,7 +40,6 @@ public:
     DWORD id;
     bool started = false;
     bool finished = false;
-    DWORD exitCode = 0;
 };
 
 }  // namespace
@@ -52,10 +51,6 @@ const WCHAR* GetCommandLineW()
 
 WCHAR** CommandLineToArgvW(const WCHAR* commandLine, int* argc)
 {
-    DWORD error = 0;
-    if (sim::Injected("CommandLineToArgvW", error)) {
-        return nullptr;
-    }
     auto const args =
         sim::SplitCommandLine(commandLine ? commandLine : u"", sim::TheWorld().processes.current.modulePath);
     // One block, as Windows gives it: the pointer array, then the strings.
@@ -78,10 +73,6 @@ WCHAR** CommandLineToArgvW(const WCHAR* commandLine, int* argc)
 
 DWORD GetModuleFileNameW(HINSTANCE /*module*/, WCHAR* buffer, DWORD size)
 {
-    DWORD error = 0;
-    if (sim::Injected("GetModuleFileNameW", error)) {
-        return 0;
-    }
     std::u16string const& path = sim::TheWorld().processes.current.modulePath;
     if (size == 0) {
         SetLastError(ERROR_INSUFFICIENT_BUFFER);
@@ -180,10 +171,6 @@ DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds)
 
 BOOL CloseHandle(HANDLE object)
 {
-    DWORD error = 0;
-    if (sim::Injected("CloseHandle", error)) {
-        return 0;
-    }
     if (!sim::TheWorld().CloseHandle(object)) {
         SetLastError(ERROR_INVALID_HANDLE);
         return 0;

@@ -1,4 +1,3 @@
-#include "WideText.h"
 #include "platform/Constants.h"
 #include "platform/Errors.h"
 #include "platform/Registry.h"
@@ -32,23 +31,21 @@ std::u16string SubPath(std::u16string const& base, const WCHAR* subKey)
     return (subKey == nullptr || *subKey == 0) ? base : base + u"\\" + subKey;
 }
 
-sim::RegistryValue* FindValue(sim::RegistryKey& key, const WCHAR* name)
+sim::RegistryKey* FindKey(HKEY key)
 {
-    std::u16string const wanted = AsciiUpper(name ? std::u16string_view(name) : std::u16string_view());
-    for (auto& value : key.values) {
-        if (AsciiUpper(value.name) == wanted) {
-            return &value;
-        }
-    }
-    return nullptr;
+    return sim::TheWorld().registry.Find(KeyPath(key));
+}
+
+std::u16string_view Name(const WCHAR* name)
+{
+    return name ? std::u16string_view(name) : std::u16string_view();
 }
 
 }  // namespace
 
 LONG RegOpenKeyExW(HKEY key, const WCHAR* subKey, DWORD /*options*/, DWORD /*access*/, HKEY* result)
 {
-    DWORD error = 0;
-    if (sim::Injected("RegOpenKeyExW", error)) {
+    if (DWORD error = 0; sim::Injected("RegOpenKeyExW", error)) {
         return static_cast<LONG>(error);
     }
     std::u16string const base = KeyPath(key);
@@ -66,8 +63,7 @@ LONG RegOpenKeyExW(HKEY key, const WCHAR* subKey, DWORD /*options*/, DWORD /*acc
 LONG RegCreateKeyExW(HKEY key, const WCHAR* subKey, DWORD /*reserved*/, WCHAR* /*keyClass*/, DWORD /*options*/,
                      DWORD /*access*/, void* /*securityAttributes*/, HKEY* result, DWORD* disposition)
 {
-    DWORD error = 0;
-    if (sim::Injected("RegCreateKeyExW", error)) {
+    if (DWORD error = 0; sim::Injected("RegCreateKeyExW", error)) {
         return static_cast<LONG>(error);
     }
     std::u16string const base = KeyPath(key);
@@ -86,15 +82,14 @@ LONG RegCreateKeyExW(HKEY key, const WCHAR* subKey, DWORD /*reserved*/, WCHAR* /
 
 LONG RegQueryValueExW(HKEY key, const WCHAR* valueName, DWORD* /*reserved*/, DWORD* type, BYTE* data, DWORD* dataSize)
 {
-    DWORD error = 0;
-    if (sim::Injected("RegQueryValueExW", error)) {
+    if (DWORD error = 0; sim::Injected("RegQueryValueExW", error)) {
         return static_cast<LONG>(error);
     }
-    sim::RegistryKey* stored = sim::TheWorld().registry.Find(KeyPath(key));
+    sim::RegistryKey* stored = FindKey(key);
     if (stored == nullptr) {
         return ERROR_INVALID_HANDLE;
     }
-    sim::RegistryValue* value = FindValue(*stored, valueName);
+    sim::RegistryValue* value = stored->Find(Name(valueName));
     if (value == nullptr) {
         return ERROR_FILE_NOT_FOUND;
     }
@@ -102,61 +97,36 @@ LONG RegQueryValueExW(HKEY key, const WCHAR* valueName, DWORD* /*reserved*/, DWO
         *type = value->type;
     }
     auto const size = static_cast<DWORD>(value->data.size());
-    if (data == nullptr) {
-        if (dataSize) {
-            *dataSize = size;
-        }
-        return 0;
-    }
-    if (dataSize == nullptr) {
-        return ERROR_INVALID_PARAMETER;
-    }
-    if (*dataSize < size) {
-        *dataSize = size;
-        return ERROR_MORE_DATA;
-    }
-    if (size != 0) {
+    LONG const result = data != nullptr && *dataSize < size ? ERROR_MORE_DATA : 0;
+    if (data != nullptr && result == 0 && size != 0) {
         std::memcpy(data, value->data.data(), size);
     }
-    *dataSize = size;
-    return 0;
+    if (dataSize) {
+        *dataSize = size;
+    }
+    return result;
 }
 
 LONG RegSetValueExW(HKEY key, const WCHAR* valueName, DWORD /*reserved*/, DWORD type, const BYTE* data, DWORD dataSize)
 {
-    DWORD error = 0;
-    if (sim::Injected("RegSetValueExW", error)) {
+    if (DWORD error = 0; sim::Injected("RegSetValueExW", error)) {
         return static_cast<LONG>(error);
     }
-    std::u16string const path = KeyPath(key);
-    if (path.empty() || sim::TheWorld().registry.Find(path) == nullptr) {
+    sim::RegistryKey* stored = FindKey(key);
+    if (stored == nullptr) {
         return ERROR_INVALID_HANDLE;
     }
-    if (sim::Registry::RootName(key).empty() && !sim::TheWorld().LookupAs<OpenKey>(key)) {
-        return ERROR_ACCESS_DENIED;
-    }
-    std::vector<BYTE> bytes(data, data + dataSize);
-    sim::RegistryKey& stored = *sim::TheWorld().registry.Find(path);
-    if (sim::RegistryValue* value = FindValue(stored, valueName)) {
-        value->type = type;
-        value->data = std::move(bytes);
-    } else {
-        stored.values.push_back(sim::RegistryValue{valueName ? valueName : u"", type, std::move(bytes)});
-    }
+    stored->Set(Name(valueName), type, std::vector<BYTE>(data, data + dataSize));
     return 0;
 }
 
 LONG RegDeleteValueW(HKEY key, const WCHAR* valueName)
 {
-    DWORD error = 0;
-    if (sim::Injected("RegDeleteValueW", error)) {
-        return static_cast<LONG>(error);
-    }
-    sim::RegistryKey* stored = sim::TheWorld().registry.Find(KeyPath(key));
+    sim::RegistryKey* stored = FindKey(key);
     if (stored == nullptr) {
         return ERROR_INVALID_HANDLE;
     }
-    sim::RegistryValue* value = FindValue(*stored, valueName);
+    sim::RegistryValue* value = stored->Find(Name(valueName));
     if (value == nullptr) {
         return ERROR_FILE_NOT_FOUND;
     }
@@ -166,10 +136,6 @@ LONG RegDeleteValueW(HKEY key, const WCHAR* valueName)
 
 LONG RegDeleteKeyW(HKEY key, const WCHAR* subKey)
 {
-    DWORD error = 0;
-    if (sim::Injected("RegDeleteKeyW", error)) {
-        return static_cast<LONG>(error);
-    }
     std::u16string const path = SubPath(KeyPath(key), subKey);
     auto& registry = sim::TheWorld().registry;
     if (registry.Find(path) == nullptr) {
@@ -178,18 +144,14 @@ LONG RegDeleteKeyW(HKEY key, const WCHAR* subKey)
     if (registry.HasSubkeys(path)) {
         return ERROR_ACCESS_DENIED;
     }
-    registry.Erase(path);
+    registry.Erase(path, false);
     return 0;
 }
 
 LONG RegEnumValueW(HKEY key, DWORD index, WCHAR* name, DWORD* nameLength, DWORD* /*reserved*/, DWORD* type,
                    BYTE* /*data*/, DWORD* /*dataSize*/)
 {
-    DWORD error = 0;
-    if (sim::Injected("RegEnumValueW", error)) {
-        return static_cast<LONG>(error);
-    }
-    sim::RegistryKey* stored = sim::TheWorld().registry.Find(KeyPath(key));
+    sim::RegistryKey* stored = FindKey(key);
     if (stored == nullptr) {
         return ERROR_INVALID_HANDLE;
     }
@@ -210,17 +172,12 @@ LONG RegEnumValueW(HKEY key, DWORD index, WCHAR* name, DWORD* nameLength, DWORD*
 
 LONG RegDeleteTreeW(HKEY key, const WCHAR* subKey)
 {
-    DWORD error = 0;
-    if (sim::Injected("RegDeleteTreeW", error)) {
-        return static_cast<LONG>(error);
-    }
     std::u16string const base = KeyPath(key);
     std::u16string const path = SubPath(base, subKey);
-    auto& registry = sim::TheWorld().registry;
-    if (base.empty() || registry.Find(path) == nullptr) {
+    if (base.empty() || sim::TheWorld().registry.Find(path) == nullptr) {
         return ERROR_FILE_NOT_FOUND;
     }
-    registry.EraseTree(path);
+    sim::TheWorld().registry.Erase(path, true);
     return 0;
 }
 

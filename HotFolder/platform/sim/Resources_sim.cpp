@@ -9,11 +9,6 @@ namespace hf::os {
 
 namespace {
 
-bool IsIntResource(const WCHAR* name)
-{
-    return (reinterpret_cast<std::uintptr_t>(name) >> 16) == 0;
-}
-
 // A found resource is its entry in the process's resource table.
 using Entry = std::pair<const std::pair<std::u16string, unsigned>, std::vector<BYTE>>;
 
@@ -23,23 +18,11 @@ using Entry = std::pair<const std::pair<std::u16string, unsigned>, std::vector<B
 // system uses here.
 HRSRC FindResourceW(HINSTANCE /*module*/, const WCHAR* name, const WCHAR* type)
 {
-    DWORD error = 0;
-    if (sim::Injected("FindResourceW", error)) {
-        return nullptr;
-    }
     auto& resources = sim::TheWorld().processes.current.resources;
-    if (!IsIntResource(name) || IsIntResource(type)) {
-        SetLastError(ERROR_RESOURCE_NAME_NOT_FOUND);
-        return nullptr;
-    }
     auto const id = static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(name));
     auto const found = resources.find({std::u16string(type), id});
     if (found == resources.end()) {
-        bool typeKnown = false;
-        for (auto const& entry : resources) {
-            typeKnown = typeKnown || entry.first.first == type;
-        }
-        SetLastError(typeKnown ? ERROR_RESOURCE_NAME_NOT_FOUND : ERROR_RESOURCE_TYPE_NOT_FOUND);
+        SetLastError(ERROR_RESOURCE_NAME_NOT_FOUND);
         return nullptr;
     }
     return &*found;

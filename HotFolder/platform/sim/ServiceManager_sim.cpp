@@ -27,42 +27,24 @@ sim::Service* ServiceOf(SC_HANDLE handle)
     return service;
 }
 
-bool IsManager(SC_HANDLE handle)
-{
-    return static_cast<bool>(sim::TheWorld().LookupAs<ManagerHandle>(handle));
-}
-
 std::u16string Text(const WCHAR* text)
 {
     return text ? std::u16string(text) : std::u16string();
-}
-
-// The name of the service whose main function runs on this thread.
-std::u16string& RunningServiceName()
-{
-    static std::u16string name;
-    return name;
 }
 
 }  // namespace
 
 SC_HANDLE OpenSCManagerW(const WCHAR* /*machineName*/, const WCHAR* /*databaseName*/, DWORD /*access*/)
 {
-    DWORD error = 0;
-    if (sim::Injected("OpenSCManagerW", error)) {
+    if (DWORD error = 0; sim::Injected("OpenSCManagerW", error)) {
         return nullptr;
     }
     return sim::TheWorld().AddHandle(std::make_shared<ManagerHandle>());
 }
 
-SC_HANDLE OpenServiceW(SC_HANDLE manager, const WCHAR* serviceName, DWORD /*access*/)
+SC_HANDLE OpenServiceW(SC_HANDLE /*manager*/, const WCHAR* serviceName, DWORD /*access*/)
 {
-    DWORD error = 0;
-    if (sim::Injected("OpenServiceW", error)) {
-        return nullptr;
-    }
-    if (!IsManager(manager)) {
-        SetLastError(ERROR_INVALID_HANDLE);
+    if (DWORD error = 0; sim::Injected("OpenServiceW", error)) {
         return nullptr;
     }
     if (sim::TheWorld().services.Find(Text(serviceName)) == nullptr) {
@@ -74,8 +56,7 @@ SC_HANDLE OpenServiceW(SC_HANDLE manager, const WCHAR* serviceName, DWORD /*acce
 
 BOOL StartServiceW(SC_HANDLE service, DWORD /*numArgs*/, const WCHAR** /*args*/)
 {
-    DWORD error = 0;
-    if (sim::Injected("StartServiceW", error)) {
+    if (DWORD error = 0; sim::Injected("StartServiceW", error)) {
         return 0;
     }
     sim::Service* target = ServiceOf(service);
@@ -100,17 +81,12 @@ BOOL CloseServiceHandle(SC_HANDLE handle)
     return 1;
 }
 
-SC_HANDLE CreateServiceW(SC_HANDLE manager, const WCHAR* serviceName, const WCHAR* displayName, DWORD /*access*/,
+SC_HANDLE CreateServiceW(SC_HANDLE /*manager*/, const WCHAR* serviceName, const WCHAR* displayName, DWORD /*access*/,
                          DWORD serviceType, DWORD startType, DWORD errorControl, const WCHAR* binaryPath,
                          const WCHAR* /*loadOrderGroup*/, DWORD* /*tagId*/, const WCHAR* dependencies,
                          const WCHAR* /*accountName*/, const WCHAR* /*password*/)
 {
-    DWORD error = 0;
-    if (sim::Injected("CreateServiceW", error)) {
-        return nullptr;
-    }
-    if (!IsManager(manager)) {
-        SetLastError(ERROR_INVALID_HANDLE);
+    if (DWORD error = 0; sim::Injected("CreateServiceW", error)) {
         return nullptr;
     }
     if (sim::TheWorld().services.Find(Text(serviceName)) != nullptr) {
@@ -132,63 +108,50 @@ BOOL ChangeServiceConfigW(SC_HANDLE service, DWORD serviceType, DWORD startType,
                           const WCHAR* dependencies, const WCHAR* /*accountName*/, const WCHAR* /*password*/,
                           const WCHAR* displayName)
 {
-    DWORD error = 0;
-    if (sim::Injected("ChangeServiceConfigW", error)) {
-        return 0;
-    }
     sim::Service* target = ServiceOf(service);
     if (target == nullptr) {
         return 0;
     }
-    if (serviceType != SERVICE_NO_CHANGE) {
-        target->serviceType = serviceType;
+    // SERVICE_NO_CHANGE or a null text keeps a setting.
+    for (auto [field, value] : {std::pair{&target->serviceType, serviceType},
+                                {&target->startType, startType},
+                                {&target->errorControl, errorControl}}) {
+        *field = value == SERVICE_NO_CHANGE ? *field : value;
     }
-    if (startType != SERVICE_NO_CHANGE) {
-        target->startType = startType;
-    }
-    if (errorControl != SERVICE_NO_CHANGE) {
-        target->errorControl = errorControl;
-    }
-    if (binaryPath) {
-        target->binaryPath = binaryPath;
-    }
-    if (dependencies) {
-        target->dependencies = dependencies;
-    }
-    if (displayName) {
-        target->displayName = displayName;
+    for (auto [field, text] : {std::pair{&target->binaryPath, binaryPath},
+                               {&target->dependencies, dependencies},
+                               {&target->displayName, displayName}}) {
+        *field = text ? std::u16string(text) : *field;
     }
     return 1;
 }
 
 BOOL ControlService(SC_HANDLE service, DWORD control, SERVICE_STATUS* status)
 {
-    DWORD error = 0;
-    if (sim::Injected("ControlService", error)) {
-        return 0;
-    }
     sim::Service* target = ServiceOf(service);
     if (target == nullptr) {
         return 0;
     }
-    if (target->state == SERVICE_STOPPED) {
-        SetLastError(ERROR_SERVICE_NOT_ACTIVE);
-        return 0;
-    }
-    if (control == 1) {
+    // A service that is stopped, or already stopping, takes no stop.
+    DWORD const refusal = target->state == SERVICE_STOPPED        ? ERROR_SERVICE_NOT_ACTIVE
+                          : target->state == SERVICE_STOP_PENDING ? ERROR_SERVICE_CANNOT_ACCEPT_CTRL
+                                                                  : 0;
+    if (refusal == 0 && control == 1) {
         target->state = SERVICE_STOPPED;
     }
     if (status) {
         status->dwServiceType = target->serviceType;
         status->dwCurrentState = target->state;
     }
-    return 1;
+    if (refusal != 0) {
+        SetLastError(refusal);
+    }
+    return refusal == 0;
 }
 
 BOOL DeleteService(SC_HANDLE service)
 {
-    DWORD error = 0;
-    if (sim::Injected("DeleteService", error)) {
+    if (DWORD error = 0; sim::Injected("DeleteService", error)) {
         return 0;
     }
     sim::Service* target = ServiceOf(service);
@@ -201,15 +164,10 @@ BOOL DeleteService(SC_HANDLE service)
 
 BOOL StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* table)
 {
-    DWORD error = 0;
-    if (sim::Injected("StartServiceCtrlDispatcherW", error)) {
-        return 0;
-    }
     if (!sim::TheWorld().services.dispatcherReachable) {
         SetLastError(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
         return 0;
     }
-    RunningServiceName() = table[0].lpServiceName;
     WCHAR* argv[] = {table[0].lpServiceName, nullptr};
     table[0].lpServiceProc(1, argv);
     return 1;
@@ -217,10 +175,6 @@ BOOL StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* table)
 
 SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerW(const WCHAR* serviceName, LPHANDLER_FUNCTION handler)
 {
-    DWORD error = 0;
-    if (sim::Injected("RegisterServiceCtrlHandlerW", error)) {
-        return nullptr;
-    }
     sim::Service* target = sim::TheWorld().services.Find(Text(serviceName));
     if (target == nullptr) {
         SetLastError(ERROR_SERVICE_DOES_NOT_EXIST);

@@ -5,6 +5,7 @@
 
 #include "platform/Types.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -20,7 +21,6 @@ struct Account {
 
 // One LoadUserProfileW, as it was asked for.
 struct LoadedProfile {
-    std::u16string account;                     // DOMAIN\name of the token
     std::u16string userName;                    // lpUserName
     std::optional<std::u16string> profilePath;  // lpProfilePath; nothing when it was null
     bool unloaded = false;
@@ -34,11 +34,14 @@ public:
 
     // Every profile loaded, in order.
     std::vector<LoadedProfile> profiles;
+    // Called as a profile is unloaded, before the unload returns.
+    std::function<void()> onUnload;
 
     void Clear()
     {
         accounts_.clear();
         profiles.clear();
+        onUnload = nullptr;
     }
 
 private:

@@ -1,7 +1,6 @@
 #include "platform/sim/SimCaseFold.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 
 namespace hf::sim {
@@ -66,22 +65,12 @@ std::u16string FoldCase(std::u16string_view text)
 int CompareFolded(std::u16string_view a, std::u16string_view b)
 {
     // Paths in one table share long prefixes; identical code units fold alike,
-    // so the identical prefix is skipped a block and then four code units at a
-    // time, and the folding starts where the spellings first differ.
+    // so the identical prefix is skipped a block at a time first.
     std::size_t const common = std::min(a.size(), b.size());
     std::size_t i = 0;
     constexpr std::size_t kBlock = 32;
     while (i + kBlock <= common && std::memcmp(a.data() + i, b.data() + i, kBlock * sizeof(char16_t)) == 0) {
         i += kBlock;
-    }
-    for (; i + 4 <= common; i += 4) {
-        std::uint64_t x;
-        std::uint64_t y;
-        std::memcpy(&x, a.data() + i, sizeof x);
-        std::memcpy(&y, b.data() + i, sizeof y);
-        if (x != y) {
-            break;
-        }
     }
     for (; i < common; ++i) {
         char16_t const x = FoldCase(a[i]);
@@ -90,10 +79,7 @@ int CompareFolded(std::u16string_view a, std::u16string_view b)
             return x < y ? -1 : 1;
         }
     }
-    if (a.size() == b.size()) {
-        return 0;
-    }
-    return a.size() < b.size() ? -1 : 1;
+    return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
 }
 
 }  // namespace hf::sim

@@ -25,14 +25,11 @@ public:
     Factory const& FolderService() const { return folderService_; }
 
     int apartments = 0;  // CoInitialize calls not yet matched by CoUninitialize
-    int bstrsOutstanding = 0;
 
     // A class object published with CoRegisterClassObject (the runtime holds a reference).
     struct ClassObject {
         os::GUID clsid;
         os::IUnknown* object = nullptr;
-        DWORD classContext = 0;
-        DWORD flags = 0;
         DWORD cookie = 0;
         bool suspended = false;
     };
@@ -42,24 +39,14 @@ public:
     long serverReferences = 0;
 
     // The registration of the executable's type library (RegisterTypeLib or its
-    // per-user form): the file registered and the help folder given.
+    // per-user form): the file registered.
     struct TypeLibrary {
         std::u16string file;
-        std::u16string helpDirectory;
         bool perUser = false;
     };
     std::vector<TypeLibrary> typeLibraries;
 
-    void Clear()
-    {
-        folderService_ = nullptr;
-        apartments = 0;
-        bstrsOutstanding = 0;
-        classObjects.clear();
-        nextCookie = 1;
-        serverReferences = 0;
-        typeLibraries.clear();
-    }
+    void Clear() { *this = Com(); }
 
 private:
     Factory folderService_;

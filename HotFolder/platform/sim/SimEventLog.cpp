@@ -1,5 +1,7 @@
 #include "platform/sim/SimEventLog.h"
 
+#include "WideText.h"
+
 namespace hf::sim {
 
 std::vector<DWORD> EventLog::Ids() const
@@ -26,33 +28,19 @@ std::u16string EventLog::Render(EventRecord const& record)
 {
     std::u16string const text = MessageTableText(record.eventId);
     std::u16string out;
+    auto digit = [&](std::size_t at) { return at < text.size() && text[at] >= u'0' && text[at] <= u'9'; };
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] != u'%' || i + 1 == text.size()) {
+        char16_t const next = i + 1 < text.size() ? text[i + 1] : 0;
+        if (text[i] != u'%' || !(next == u'n' || next == u'%' || (digit(i + 1) && next != u'0'))) {
             out += text[i];
-            continue;
-        }
-        char16_t const next = text[i + 1];
-        if (next == u'n') {
-            out += u"\r\n";
+        } else if (next == u'n' || next == u'%') {
+            out += next == u'n' ? u"\r\n" : u"%";
             ++i;
-        } else if (next == u'%') {
-            out += u'%';
-            ++i;
-        } else if (next >= u'1' && next <= u'9') {
-            std::size_t number = static_cast<std::size_t>(next - u'0');
-            std::size_t j = i + 2;
-            if (j < text.size() && text[j] >= u'0' && text[j] <= u'9') {
-                number = number * 10 + static_cast<std::size_t>(text[j] - u'0');
-                ++j;
-            }
-            if (number <= record.strings.size()) {
-                out += record.strings[number - 1];
-            } else {
-                out += text.substr(i, j - i);
-            }
-            i = j - 1;
         } else {
-            out += text[i];
+            std::size_t const length = digit(i + 2) ? 2 : 1;
+            auto const number = static_cast<std::size_t>(std::stoi(ToUtf8(text.substr(i + 1, length))));
+            out += number <= record.strings.size() ? record.strings[number - 1] : text.substr(i, length + 1);
+            i += length;
         }
     }
     return out;

@@ -6,6 +6,7 @@
 #include "platform/sim/SimWorld.h"
 
 #include <deque>
+#include <string_view>
 
 namespace hf::sim {
 
@@ -16,9 +17,9 @@ struct ChangeRecord {
 };
 
 // A directory opened with FILE_FLAG_BACKUP_SEMANTICS. Its first change read
-// starts the watch; from then on every change it sees is kept (up to the size
-// of the reads' buffer, after which the changes count as lost) and handed to
-// the next read, whose completion routine is queued for the next alertable wait.
+// starts the watch; from then on every change it sees is kept and handed to
+// the next read (all of them, or none when they do not fit its buffer), whose
+// completion routine is queued for the next alertable wait.
 class DirectoryHandle : public IoObject, public std::enable_shared_from_this<DirectoryHandle> {
 public:
     explicit DirectoryHandle(std::shared_ptr<FileNode> node) : node(std::move(node)) {}
@@ -30,6 +31,15 @@ public:
     // relative to it; `changeKind` is the notify-filter bit the change falls under.
     void Record(DWORD action, std::u16string const& name, DWORD changeKind, int depth);
     void LoseChanges();
+    // Completes the oldest outstanding read at once as if the system had put
+    // `bytes` at the start of its buffer (no more than the read's size) and
+    // reported `count` bytes and `error`, whatever they hold: records that no
+    // change of the simulated files would make. A test calls it from a
+    // completion it queued, so that the routine runs inside an alertable wait.
+    // False when no read is outstanding.
+    bool CompleteWith(DWORD error, std::string_view bytes, DWORD count);
+    // Reads started and not yet completed.
+    std::size_t OutstandingReads() const { return reads_.size(); }
     // Whether a read has started a watch of the subtree.
     bool WatchesSubtree() const;
     void OnClose() override;
@@ -44,14 +54,12 @@ private:
         LPOVERLAPPED_COMPLETION_ROUTINE routine;
     };
 
-    std::size_t HeldBytes() const;
     void CompleteLater();
     void Complete();
 
     bool watching_ = false;
     bool watchSubtree_ = false;
     DWORD filter_ = 0;
-    DWORD capacity_ = 0;
     bool lost_ = false;
     bool closed_ = false;
     bool completionQueued_ = false;
@@ -65,13 +73,10 @@ public:
     FileHandle(std::shared_ptr<FileNode> node, bool deleteOnClose) : node(std::move(node)), deleteOnClose(deleteOnClose)
     {
     }
-
-    BOOL Write(const void* buffer, DWORD size, DWORD* written) override;
     void OnClose() override;
 
     std::shared_ptr<FileNode> node;
     bool deleteOnClose;
-    std::size_t position = 0;
 };
 
 }  // namespace hf::sim

@@ -6,19 +6,33 @@
 #include "platform/sim/SimCaseFold.h"
 #include "platform/sim/SimFileObjects.h"
 
+#include <algorithm>
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 namespace hf::sim {
 
 namespace {
 
 HANDLE const kInvalidHandleValue = reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(-1));
+constexpr DWORD kContentsChanged = FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE;
 
-// A full path taken apart the way Windows normalises it: "/" is "\", empty and
-// "." components vanish, ".." climbs (never above the drive).
+// A full path taken apart the way Windows normalises it before it looks at
+// any directory: "/" is "\", empty and "." components vanish, and ".." takes
+// away the component before it (never the drive), whether that one exists or not.
 struct ParsedPath {
-    std::u16string drive;  // "C:"
+    std::u16string drive;  // "C:", folded
     std::vector<std::u16string> parts;
+
+    std::u16string Parent() const
+    {
+        std::u16string parent = drive + u"\\";
+        for (std::size_t i = 0; i + 1 < parts.size(); ++i) {
+            parent += parts[i] + u"\\";
+        }
+        return parent;
+    }
 };
 
 bool ParsePath(std::u16string const& path, ParsedPath& parsed)
@@ -54,6 +68,16 @@ bool ParsePath(std::u16string const& path, ParsedPath& parsed)
     return true;
 }
 
+// A full path with at least one component, for the arranging calls.
+ParsedPath ParseOrThrow(std::u16string const& path)
+{
+    ParsedPath parsed;
+    if (!ParsePath(path, parsed) || parsed.parts.empty()) {
+        throw std::invalid_argument("the simulated file system takes full paths below a drive letter");
+    }
+    return parsed;
+}
+
 bool IsValidName(std::u16string const& name)
 {
     for (char16_t c : name) {
@@ -70,23 +94,20 @@ DWORD NameChangeKind(FileNode const& node)
 }
 
 // Tells every watch that sees `node` about one change of it: the watches of its
-// own directory, and the watches of the subtree of each directory above. The
-// record carries the node's name, or the spelling of the name that the program
-// making the change used (`spelling`), as NTFS reports it.
+// own directory, and the watches of the subtree of each directory above, each
+// with the name relative to its directory. The record carries the node's name,
+// or the spelling of the name that the program making the change used
+// (`spelling`), as NTFS reports it.
 void Notify(FileNode const& node, DWORD action, DWORD changeKind, std::u16string const* spelling = nullptr)
 {
     std::u16string relative = spelling != nullptr ? *spelling : node.name;
     int depth = 0;
     for (FileNode* directory = node.parent; directory != nullptr; directory = directory->parent, ++depth) {
         auto& watchers = directory->watchers;
-        for (std::size_t i = 0; i < watchers.size();) {
-            std::shared_ptr<DirectoryHandle> watcher = watchers[i].lock();
-            if (!watcher) {
-                watchers.erase(watchers.begin() + static_cast<std::ptrdiff_t>(i));
-                continue;
-            }
-            watcher->Record(action, relative, changeKind, depth);
-            ++i;
+        watchers.erase(std::remove_if(watchers.begin(), watchers.end(), [](auto const& w) { return w.expired(); }),
+                       watchers.end());
+        for (auto const& watcher : watchers) {
+            watcher.lock()->Record(action, relative, changeKind, depth);
         }
         relative = directory->name + u"\\" + relative;
     }
@@ -98,13 +119,6 @@ void Detach(FileNode& node)
         node.parent->children.erase(FoldCase(node.name));
         node.parent = nullptr;
     }
-}
-
-// The last component of a full path as it is spelled there.
-std::u16string LeafOf(std::u16string const& path)
-{
-    ParsedPath parsed;
-    return ParsePath(path, parsed) && !parsed.parts.empty() ? parsed.parts.back() : std::u16string();
 }
 
 void Attach(FileNode& directory, std::shared_ptr<FileNode> node)
@@ -124,7 +138,6 @@ FileSystem::FileSystem()
 void FileSystem::Clear()
 {
     drives_.clear();
-    localAppData_.clear();
     overflowError = 0;
     recordLayout = RecordLayout::Padded;
     MakeDirectory(u"C:\\");
@@ -133,55 +146,25 @@ void FileSystem::Clear()
 
 std::shared_ptr<FileNode> FileSystem::Find(std::u16string const& path) const
 {
-    // Every platform call that names a file comes through here, so the walk
-    // makes no copies: each component is folded into a buffer on the stack.
-    bool const rooted =
-        path.size() >= 2 && path[1] == u':' && (path.size() == 2 || path[2] == u'\\' || path[2] == u'/');
-    char16_t const driveName[2] = {rooted ? FoldCase(path[0]) : u'\0', u':'};
-    auto const drive = rooted ? drives_.find(std::u16string_view(driveName, 2)) : drives_.end();
+    ParsedPath parsed;
+    auto const drive = ParsePath(path, parsed) ? drives_.find(parsed.drive) : drives_.end();
     if (drive == drives_.end()) {
         os::SetLastError(ERROR_PATH_NOT_FOUND);
         return nullptr;
     }
-    // The directories walked so far, so that ".." can climb back.
-    constexpr std::size_t kMaxDepth = 160;
-    std::shared_ptr<FileNode> const* trail[kMaxDepth];
-    std::size_t depth = 0;
-    trail[depth++] = &drive->second;
-    char16_t folded[os::kMaxPath];
-    std::size_t const lastPart = path.find_last_not_of(u"\\/");
-    std::size_t begin = 2;
-    while (begin < path.size()) {
-        std::size_t end = begin;
-        while (end < path.size() && path[end] != u'\\' && path[end] != u'/') {
-            ++end;
-        }
-        std::u16string_view const part(path.data() + begin, end - begin);
-        bool const last = lastPart < end;
-        begin = end + 1;
-        if (part.empty() || part == u".") {
-            continue;
-        }
-        if (part == u"..") {
-            depth = depth > 1 ? depth - 1 : depth;
-            continue;
-        }
-        FileNode const& directory = **trail[depth - 1];
-        if (!directory.isDirectory || part.size() > os::kMaxPath || depth == kMaxDepth) {
-            os::SetLastError(ERROR_PATH_NOT_FOUND);
-            return nullptr;
-        }
-        for (std::size_t i = 0; i < part.size(); ++i) {
-            folded[i] = FoldCase(part[i]);
-        }
-        auto const child = directory.children.find(std::u16string_view(folded, part.size()));
-        if (child == directory.children.end()) {
+    std::shared_ptr<FileNode> node = drive->second;
+    for (std::size_t i = 0; i < parsed.parts.size(); ++i) {
+        auto const child = node->isDirectory && parsed.parts[i].size() <= os::kMaxPath
+                               ? node->children.find(FoldCase(parsed.parts[i]))
+                               : node->children.end();
+        if (child == node->children.end()) {
+            bool const last = i + 1 == parsed.parts.size() && node->isDirectory;
             os::SetLastError(last ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND);
             return nullptr;
         }
-        trail[depth++] = &child->second;
+        node = child->second;
     }
-    return *trail[depth - 1];
+    return node;
 }
 
 std::shared_ptr<FileNode> FileSystem::Create(std::u16string const& path, bool directory, DWORD attributes)
@@ -195,16 +178,12 @@ std::shared_ptr<FileNode> FileSystem::Create(std::u16string const& path, bool di
         os::SetLastError(ERROR_ACCESS_DENIED);  // a drive's root
         return nullptr;
     }
-    std::u16string const name = parsed.parts.back();
+    std::u16string const& name = parsed.parts.back();
     if (!IsValidName(name)) {
         os::SetLastError(ERROR_INVALID_NAME);
         return nullptr;
     }
-    std::u16string parentPath = parsed.drive + u"\\";
-    for (std::size_t i = 0; i + 1 < parsed.parts.size(); ++i) {
-        parentPath += parsed.parts[i] + u"\\";
-    }
-    std::shared_ptr<FileNode> parent = Find(parentPath);
+    std::shared_ptr<FileNode> parent = Find(parsed.Parent());
     if (!parent || !parent->isDirectory) {
         os::SetLastError(ERROR_PATH_NOT_FOUND);
         return nullptr;
@@ -234,55 +213,31 @@ void FileSystem::Remove(FileNode& node)
     Detach(node);
 }
 
-void FileSystem::ReportModified(FileNode& node, DWORD changeFilter)
-{
-    Notify(node, FILE_ACTION_MODIFIED, changeFilter);
-}
-
-HANDLE FileSystem::Open(std::u16string const& path, DWORD /*access*/, DWORD /*share*/, DWORD disposition, DWORD flags)
+HANDLE FileSystem::Open(std::u16string const& path, DWORD disposition, DWORD flags)
 {
     std::shared_ptr<FileNode> node = Find(path);
-    DWORD const missing = node ? 0 : os::GetLastError();
-    if (node && node->isDirectory) {
-        if ((flags & FILE_FLAG_BACKUP_SEMANTICS) == 0 || disposition == CREATE_ALWAYS ||
-            disposition == TRUNCATE_EXISTING) {
-            os::SetLastError(ERROR_ACCESS_DENIED);
+    if (node && node->isDirectory && (flags & FILE_FLAG_BACKUP_SEMANTICS) == 0) {
+        os::SetLastError(ERROR_ACCESS_DENIED);
+        return kInvalidHandleValue;
+    }
+    if (node) {
+        os::SetLastError(disposition == OPEN_ALWAYS ? ERROR_ALREADY_EXISTS : 0);
+    } else {
+        if (disposition == OPEN_EXISTING || os::GetLastError() == ERROR_PATH_NOT_FOUND) {
             return kInvalidHandleValue;
         }
-        if (disposition == CREATE_NEW) {
-            os::SetLastError(ERROR_FILE_EXISTS);
+        node = Create(path, false, (flags & 0xFFFF & ~FILE_ATTRIBUTE_NORMAL) | FILE_ATTRIBUTE_ARCHIVE);
+        if (!node) {
             return kInvalidHandleValue;
         }
+        os::SetLastError(0);
+    }
+    if (node->isDirectory) {
         auto directory = std::make_shared<DirectoryHandle>(node);
         node->watchers.push_back(directory);
-        os::SetLastError(disposition == OPEN_ALWAYS ? ERROR_ALREADY_EXISTS : 0);
         return TheWorld().AddHandle(directory);
     }
-    bool const deleteOnClose = (flags & FILE_FLAG_DELETE_ON_CLOSE) != 0;
-    if (node) {
-        if (disposition == CREATE_NEW) {
-            os::SetLastError(ERROR_FILE_EXISTS);
-            return kInvalidHandleValue;
-        }
-        if ((disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING) && !node->contents.empty()) {
-            node->contents.clear();
-            ReportModified(*node, FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE);
-        }
-        os::SetLastError((disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS) ? ERROR_ALREADY_EXISTS : 0);
-        return TheWorld().AddHandle(std::make_shared<FileHandle>(node, deleteOnClose));
-    }
-    if (missing == ERROR_PATH_NOT_FOUND || disposition == OPEN_EXISTING || disposition == TRUNCATE_EXISTING) {
-        os::SetLastError(missing);
-        return kInvalidHandleValue;
-    }
-    DWORD attributes = flags & 0xFFFF & ~FILE_ATTRIBUTE_NORMAL;
-    attributes |= FILE_ATTRIBUTE_ARCHIVE;
-    node = Create(path, false, attributes);
-    if (!node) {
-        return kInvalidHandleValue;
-    }
-    os::SetLastError(0);
-    return TheWorld().AddHandle(std::make_shared<FileHandle>(node, deleteOnClose));
+    return TheWorld().AddHandle(std::make_shared<FileHandle>(node, (flags & FILE_FLAG_DELETE_ON_CLOSE) != 0));
 }
 
 // --- arranging ----------------------------------------------------------------------------
@@ -296,7 +251,7 @@ std::shared_ptr<FileNode> FileSystem::FindOrThrow(std::u16string const& path) co
     return node;
 }
 
-std::shared_ptr<FileNode> FileSystem::EnsureDirectory(std::u16string const& path)
+std::shared_ptr<FileNode> FileSystem::MakeDirectory(std::u16string const& path)
 {
     ParsedPath parsed;
     if (!ParsePath(path, parsed)) {
@@ -330,50 +285,27 @@ std::shared_ptr<FileNode> FileSystem::EnsureDirectory(std::u16string const& path
     return node;
 }
 
-void FileSystem::MakeDirectory(std::u16string const& path)
-{
-    EnsureDirectory(path);
-}
-
 void FileSystem::WriteFile(std::u16string const& path, std::string const& bytes)
 {
-    ParsedPath parsed;
-    if (!ParsePath(path, parsed) || parsed.parts.empty()) {
-        throw std::invalid_argument("the simulated file system takes full paths with a drive letter");
-    }
-    std::u16string directoryPath = parsed.drive + u"\\";
-    for (std::size_t i = 0; i + 1 < parsed.parts.size(); ++i) {
-        directoryPath += parsed.parts[i] + u"\\";
-    }
-    std::shared_ptr<FileNode> directory = EnsureDirectory(directoryPath);
+    ParsedPath const parsed = ParseOrThrow(path);
+    std::shared_ptr<FileNode> directory = MakeDirectory(parsed.Parent());
     auto existing = directory->children.find(FoldCase(parsed.parts.back()));
     if (existing != directory->children.end()) {
         if (existing->second->isDirectory) {
             throw std::invalid_argument("cannot write a directory as a file");
         }
         existing->second->contents = bytes;
-        Notify(*existing->second, FILE_ACTION_MODIFIED, FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE,
-               &parsed.parts.back());
+        Notify(*existing->second, FILE_ACTION_MODIFIED, kContentsChanged, &parsed.parts.back());
         return;
     }
-    std::shared_ptr<FileNode> file = Create(directoryPath + parsed.parts.back(), false, FILE_ATTRIBUTE_ARCHIVE);
+    std::shared_ptr<FileNode> file = Create(path, false, FILE_ATTRIBUTE_ARCHIVE);
     if (!file) {
         throw std::invalid_argument("the simulated file system cannot create that file");
     }
     file->contents = bytes;
     if (!bytes.empty()) {
-        ReportModified(*file, FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE);
+        Notify(*file, FILE_ACTION_MODIFIED, kContentsChanged);
     }
-}
-
-void FileSystem::WriteUnicodeFile(std::u16string const& path, std::u16string const& text)
-{
-    std::string bytes = "\xFF\xFE";
-    for (char16_t c : text) {
-        bytes += static_cast<char>(c & 0xFF);
-        bytes += static_cast<char>(c >> 8);
-    }
-    WriteFile(path, bytes);
 }
 
 void FileSystem::AppendFile(std::u16string const& path, std::string const& bytes)
@@ -383,48 +315,31 @@ void FileSystem::AppendFile(std::u16string const& path, std::string const& bytes
         throw std::invalid_argument("cannot append to a directory");
     }
     file->contents += bytes;
-    std::u16string const spelling = LeafOf(path);
-    Notify(*file, FILE_ACTION_MODIFIED, FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE, &spelling);
+    Notify(*file, FILE_ACTION_MODIFIED, kContentsChanged, &ParseOrThrow(path).parts.back());
 }
 
 void FileSystem::Touch(std::u16string const& path)
 {
-    std::shared_ptr<FileNode> node = FindOrThrow(path);
-    std::u16string const spelling = LeafOf(path);
-    Notify(*node, FILE_ACTION_MODIFIED, FILE_NOTIFY_CHANGE_LAST_WRITE, &spelling);
+    Notify(*FindOrThrow(path), FILE_ACTION_MODIFIED, FILE_NOTIFY_CHANGE_LAST_WRITE, &ParseOrThrow(path).parts.back());
 }
 
 void FileSystem::Rename(std::u16string const& from, std::u16string const& to)
 {
     std::shared_ptr<FileNode> node = FindOrThrow(from);
-    ParsedPath target;
-    if (!ParsePath(to, target) || target.parts.empty() || node->parent == nullptr) {
-        throw std::invalid_argument("cannot rename to or from a drive");
+    ParsedPath const target = ParseOrThrow(to);
+    std::shared_ptr<FileNode> directory = FindOrThrow(target.Parent());
+    auto clash = directory->children.find(FoldCase(target.parts.back()));
+    if (node->parent == nullptr || (clash != directory->children.end() && clash->second != node)) {
+        throw std::invalid_argument("cannot rename a drive, or onto another file");
     }
-    std::u16string targetDirectory = target.drive + u"\\";
-    for (std::size_t i = 0; i + 1 < target.parts.size(); ++i) {
-        targetDirectory += target.parts[i] + u"\\";
-    }
-    std::shared_ptr<FileNode> directory = FindOrThrow(targetDirectory);
-    std::u16string const newName = target.parts.back();
-    auto clash = directory->children.find(FoldCase(newName));
-    if (clash != directory->children.end() && clash->second != node) {
-        throw std::invalid_argument("the rename target exists");
-    }
+    // Within one directory: renamed from and to; between directories: removed and added.
+    bool const within = directory.get() == node->parent;
     DWORD const kind = NameChangeKind(*node);
-    if (directory.get() == node->parent) {
-        Notify(*node, FILE_ACTION_RENAMED_OLD_NAME, kind);
-        Detach(*node);
-        node->name = newName;
-        Attach(*directory, node);
-        Notify(*node, FILE_ACTION_RENAMED_NEW_NAME, kind);
-        return;
-    }
-    Notify(*node, FILE_ACTION_REMOVED, kind);
+    Notify(*node, within ? FILE_ACTION_RENAMED_OLD_NAME : FILE_ACTION_REMOVED, kind);
     Detach(*node);
-    node->name = newName;
+    node->name = target.parts.back();
     Attach(*directory, node);
-    Notify(*node, FILE_ACTION_ADDED, kind);
+    Notify(*node, within ? FILE_ACTION_RENAMED_NEW_NAME : FILE_ACTION_ADDED, kind);
 }
 
 void FileSystem::Delete(std::u16string const& path)
@@ -436,29 +351,6 @@ void FileSystem::Delete(std::u16string const& path)
     Remove(*node);
 }
 
-void FileSystem::SetAttributes(std::u16string const& path, DWORD attributes)
-{
-    std::shared_ptr<FileNode> node = FindOrThrow(path);
-    node->attributes = (attributes & ~FILE_ATTRIBUTE_DIRECTORY) | (node->isDirectory ? FILE_ATTRIBUTE_DIRECTORY : 0);
-    ReportModified(*node, FILE_NOTIFY_CHANGE_ATTRIBUTES);
-}
-
-bool FileSystem::Exists(std::u16string const& path) const
-{
-    return Find(path) != nullptr;
-}
-
-bool FileSystem::IsDirectory(std::u16string const& path) const
-{
-    std::shared_ptr<FileNode> node = Find(path);
-    return node && node->isDirectory;
-}
-
-std::string FileSystem::Contents(std::u16string const& path) const
-{
-    return FindOrThrow(path)->contents;
-}
-
 std::vector<std::u16string> FileSystem::List(std::u16string const& directory) const
 {
     std::vector<std::u16string> names;
@@ -468,20 +360,9 @@ std::vector<std::u16string> FileSystem::List(std::u16string const& directory) co
     return names;
 }
 
-void FileSystem::SetLocalAppData(std::u16string const& user, std::u16string const& path)
+std::u16string FileSystem::LocalAppData(std::u16string const& user)
 {
-    localAppData_[FoldCase(user)] = path;
-}
-
-std::u16string FileSystem::LocalAppData(std::u16string const& user) const
-{
-    auto found = localAppData_.find(FoldCase(user));
-    if (found != localAppData_.end()) {
-        return found->second;
-    }
-    std::size_t const slash = user.find(u'\\');
-    std::u16string const name = slash == std::u16string::npos ? user : user.substr(slash + 1);
-    return u"C:\\Users\\" + name + u"\\AppData\\Local";
+    return u"C:\\Users\\" + user.substr(user.find(u'\\') + 1) + u"\\AppData\\Local";
 }
 
 void FileSystem::LoseChanges(std::u16string const& directory)
@@ -498,25 +379,38 @@ void FileSystem::LoseChanges(std::u16string const& directory)
     }
 }
 
+bool MatchesWildcards(std::u16string_view name, std::u16string_view pattern)
+{
+    // Back-tracking to the last "*" seen.
+    std::size_t n = 0;
+    std::size_t p = 0;
+    std::size_t starP = std::u16string_view::npos;
+    std::size_t starN = 0;
+    while (n < name.size()) {
+        if (p < pattern.size() && (pattern[p] == u'?' || FoldCase(pattern[p]) == FoldCase(name[n]))) {
+            ++n;
+            ++p;
+        } else if (p < pattern.size() && pattern[p] == u'*') {
+            starP = p++;
+            starN = n;
+        } else if (starP != std::u16string_view::npos) {
+            p = starP + 1;
+            n = ++starN;
+        } else {
+            return false;
+        }
+    }
+    while (p < pattern.size() && pattern[p] == u'*') {
+        ++p;
+    }
+    return p == pattern.size();
+}
+
 // --- the objects behind the handles ---------------------------------------------------------
 
 namespace {
 
 constexpr std::size_t kRecordHeader = 12;
-
-std::size_t RecordBytes(ChangeRecord const& record)
-{
-    return kRecordHeader + record.name.size() * sizeof(char16_t);
-}
-
-// The bytes from a record's start to the next record's.
-std::size_t Spaced(std::size_t bytes)
-{
-    if (TheWorld().files.recordLayout == FileSystem::RecordLayout::Packed) {
-        return bytes;
-    }
-    return (bytes + 3) & ~std::size_t{3};
-}
 
 void PutDword(BYTE* at, DWORD value)
 {
@@ -538,7 +432,6 @@ BOOL DirectoryHandle::StartRead(void* buffer, DWORD size, bool watchSubtree, DWO
     watching_ = true;
     watchSubtree_ = watchSubtree;
     filter_ = filter;
-    capacity_ = size;
     reads_.push_back(Read{static_cast<BYTE*>(buffer), size, overlapped, routine});
     if (lost_ || !held_.empty()) {
         CompleteLater();
@@ -551,15 +444,6 @@ bool DirectoryHandle::WatchesSubtree() const
     return watching_ && watchSubtree_;
 }
 
-std::size_t DirectoryHandle::HeldBytes() const
-{
-    std::size_t total = 0;
-    for (auto const& record : held_) {
-        total += Spaced(RecordBytes(record));
-    }
-    return total;
-}
-
 void DirectoryHandle::Record(DWORD action, std::u16string const& name, DWORD changeKind, int depth)
 {
     if (!watching_ || closed_ || (depth > 0 && !watchSubtree_) || (filter_ & changeKind) == 0) {
@@ -567,10 +451,6 @@ void DirectoryHandle::Record(DWORD action, std::u16string const& name, DWORD cha
     }
     if (!lost_) {
         held_.push_back(ChangeRecord{action, name});
-        if (HeldBytes() > capacity_) {
-            lost_ = true;
-            held_.clear();
-        }
     }
     if (!reads_.empty()) {
         CompleteLater();
@@ -612,33 +492,44 @@ void DirectoryHandle::Complete()
     }
     Read const read = reads_.front();
     reads_.pop_front();
-    std::size_t needed = 0;
+    // The records in order, each but the last followed by the padding its layout asks for.
+    std::vector<BYTE> bytes;
     for (std::size_t i = 0; i < held_.size(); ++i) {
-        needed += i + 1 < held_.size() ? Spaced(RecordBytes(held_[i])) : RecordBytes(held_[i]);
-    }
-    if (lost_ || needed > read.size) {
-        lost_ = false;
-        held_.clear();
-        read.routine(TheWorld().files.overflowError, 0, read.overlapped);
-        return;
-    }
-    std::size_t offset = 0;
-    for (std::size_t i = 0; i < held_.size(); ++i) {
-        ChangeRecord const& record = held_[i];
-        bool const last = i + 1 == held_.size();
-        std::size_t const size = RecordBytes(record);
-        BYTE* at = read.buffer + offset;
-        PutDword(at, last ? 0 : static_cast<DWORD>(Spaced(size)));
-        PutDword(at + 4, record.action);
-        PutDword(at + 8, static_cast<DWORD>(record.name.size() * sizeof(char16_t)));
-        for (std::size_t k = 0; k < record.name.size(); ++k) {
-            at[kRecordHeader + 2 * k] = static_cast<BYTE>(record.name[k] & 0xFF);
-            at[kRecordHeader + 2 * k + 1] = static_cast<BYTE>(record.name[k] >> 8);
+        std::size_t const start = bytes.size();
+        bytes.resize(start + kRecordHeader);
+        PutDword(&bytes[start + 4], held_[i].action);
+        PutDword(&bytes[start + 8], static_cast<DWORD>(held_[i].name.size() * sizeof(char16_t)));
+        for (char16_t c : held_[i].name) {
+            bytes.push_back(static_cast<BYTE>(c & 0xFF));
+            bytes.push_back(static_cast<BYTE>(c >> 8));
         }
-        offset += last ? size : Spaced(size);
+        if (i + 1 < held_.size()) {
+            if (TheWorld().files.recordLayout == FileSystem::RecordLayout::Padded) {
+                bytes.resize((bytes.size() + 3) & ~std::size_t{3});
+            }
+            PutDword(&bytes[start], static_cast<DWORD>(bytes.size() - start));
+        }
     }
     held_.clear();
-    read.routine(0, static_cast<DWORD>(offset), read.overlapped);
+    // Changes that do not fit the read's buffer are lost.
+    bool const lost = std::exchange(lost_, false) || bytes.size() > read.size;
+    if (!lost) {
+        std::copy(bytes.begin(), bytes.end(), read.buffer);
+    }
+    read.routine(lost ? TheWorld().files.overflowError : 0, lost ? 0 : static_cast<DWORD>(bytes.size()),
+                 read.overlapped);
+}
+
+bool DirectoryHandle::CompleteWith(DWORD error, std::string_view bytes, DWORD count)
+{
+    if (closed_ || reads_.empty()) {
+        return false;
+    }
+    Read const read = reads_.front();
+    reads_.pop_front();
+    std::copy_n(bytes.begin(), std::min<std::size_t>(bytes.size(), read.size), read.buffer);
+    read.routine(error, count, read.overlapped);
+    return true;
 }
 
 void DirectoryHandle::OnClose()
@@ -649,27 +540,6 @@ void DirectoryHandle::OnClose()
     closed_ = true;
     reads_.clear();
     held_.clear();
-}
-
-BOOL FileHandle::Write(const void* buffer, DWORD size, DWORD* written)
-{
-    if (node->parent == nullptr) {
-        os::SetLastError(ERROR_FILE_NOT_FOUND);
-        return 0;
-    }
-    auto const* bytes = static_cast<const char*>(buffer);
-    if (node->contents.size() < position + size) {
-        node->contents.resize(position + size);
-    }
-    node->contents.replace(position, size, bytes, size);
-    position += size;
-    if (written != nullptr) {
-        *written = size;
-    }
-    if (size > 0) {
-        TheWorld().files.ReportModified(*node, FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE);
-    }
-    return 1;
 }
 
 void FileHandle::OnClose()

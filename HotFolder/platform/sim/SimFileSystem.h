@@ -1,6 +1,5 @@
 // The simulated file system: drives, directories and files with their
-// contents, the change records that watched directories receive, and the
-// shell folders of the users.
+// contents, and the change records that watched directories receive.
 //
 // Names compare without regard to case and keep the spelling they were created
 // with, as on NTFS; a modification is reported under the spelling the writer
@@ -16,6 +15,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace hf::sim {
@@ -30,7 +30,7 @@ struct FileNode {
     std::string contents;
     // Null for a drive's root and for a node that has been removed.
     FileNode* parent = nullptr;
-    // By upper-case-folded name (found by a folded view as well).
+    // By upper-case-folded name.
     std::map<std::u16string, std::shared_ptr<FileNode>, std::less<>> children;
     // Directory handles opened on this directory; those with a change read get its records.
     std::vector<std::weak_ptr<DirectoryHandle>> watchers;
@@ -42,12 +42,10 @@ public:
 
     // --- arranging, as the user or another program would -----------------------------
     // The directory and every missing level above it (a drive letter is enough to make a drive).
-    void MakeDirectory(std::u16string const& path);
+    std::shared_ptr<FileNode> MakeDirectory(std::u16string const& path);
     // Creates the file (and the directories above it) with these bytes, or replaces the bytes of
     // an existing file: "added" and "modified" records for a new file, "modified" for an old one.
     void WriteFile(std::u16string const& path, std::string const& bytes);
-    // Writes text as UTF-16 little-endian with a byte-order mark, as Windows saves Unicode text.
-    void WriteUnicodeFile(std::u16string const& path, std::u16string const& text);
     // Appends to an existing file: a "modified" record.
     void AppendFile(std::u16string const& path, std::string const& bytes);
     // Sets the last-write time of a file or directory: a "modified" record.
@@ -57,21 +55,16 @@ public:
     void Rename(std::u16string const& from, std::u16string const& to);
     // Deletes a file, or a directory with everything in it: "removed" records.
     void Delete(std::u16string const& path);
-    // Replaces a file's or directory's attributes (hidden 0x2, system 0x4, ...).
-    void SetAttributes(std::u16string const& path, DWORD attributes);
 
     // --- inspecting ---------------------------------------------------------------------
-    bool Exists(std::u16string const& path) const;
-    bool IsDirectory(std::u16string const& path) const;
-    std::string Contents(std::u16string const& path) const;
+    bool Exists(std::u16string const& path) const { return Find(path) != nullptr; }
+    bool IsDirectory(std::u16string const& path) const { return Find(path) && Find(path)->isDirectory; }
     // The names in a directory, in the order a listing gives them.
     std::vector<std::u16string> List(std::u16string const& directory) const;
 
-    // --- the users' shell folders -------------------------------------------------------
-    // The local application-data folder (CSIDL_LOCAL_APPDATA) of a user named DOMAIN\user;
-    // without one set, C:\Users\<user>\AppData\Local.
-    void SetLocalAppData(std::u16string const& user, std::u16string const& path);
-    std::u16string LocalAppData(std::u16string const& user) const;
+    // The local application-data folder (CSIDL_LOCAL_APPDATA) of a user named DOMAIN\user:
+    // C:\Users\<user>\AppData\Local.
+    static std::u16string LocalAppData(std::u16string const& user);
 
     // --- how change records are laid out -----------------------------------------------
     // Windows starts every record of a read's buffer on a 4-byte boundary; Wine lays
@@ -95,21 +88,20 @@ public:
     std::shared_ptr<FileNode> Create(std::u16string const& path, bool directory, DWORD attributes);
     // Removes a node (and what it holds) with its "removed" records.
     void Remove(FileNode& node);
-    // Reports a change of size or last-write time of a node.
-    void ReportModified(FileNode& node, DWORD changeFilter);
-    // CreateFileW of any name that is not a pipe.
-    HANDLE Open(std::u16string const& path, DWORD access, DWORD share, DWORD disposition, DWORD flags);
+    // CreateFileW of any name that is not a pipe, opening (OPEN_EXISTING) or making
+    // (OPEN_ALWAYS) a file, or opening a directory with FILE_FLAG_BACKUP_SEMANTICS.
+    HANDLE Open(std::u16string const& path, DWORD disposition, DWORD flags);
 
     void Clear();
 
 private:
     std::shared_ptr<FileNode> FindOrThrow(std::u16string const& path) const;
-    std::shared_ptr<FileNode> EnsureDirectory(std::u16string const& path);
 
     // By upper-case-folded drive ("C:").
     std::map<std::u16string, std::shared_ptr<FileNode>, std::less<>> drives_;
-    // By upper-case-folded user name.
-    std::map<std::u16string, std::u16string> localAppData_;
 };
+
+// Whether a name matches a wildcard pattern (* any run, ? one character), without regard to case.
+bool MatchesWildcards(std::u16string_view name, std::u16string_view pattern);
 
 }  // namespace hf::sim

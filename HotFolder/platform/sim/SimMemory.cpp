@@ -2,14 +2,13 @@
 
 #include <cstdlib>
 #include <map>
-#include <mutex>
 
 namespace hf::sim {
 
 namespace {
 
+// The simulated threads take turns on one real thread, so the table needs no lock.
 struct Blocks {
-    std::mutex mutex;
     std::map<void*, std::size_t> sizes;
     std::vector<std::vector<unsigned char>> released;
 };
@@ -26,7 +25,6 @@ void* LocalAllocate(std::size_t size)
 {
     void* memory = std::calloc(size == 0 ? 1 : size, 1);
     Blocks& blocks = TheBlocks();
-    std::lock_guard<std::mutex> lock(blocks.mutex);
     blocks.sizes.emplace(memory, size);
     return memory;
 }
@@ -34,7 +32,6 @@ void* LocalAllocate(std::size_t size)
 bool LocalRelease(void* memory)
 {
     Blocks& blocks = TheBlocks();
-    std::lock_guard<std::mutex> lock(blocks.mutex);
     auto const block = blocks.sizes.find(memory);
     if (block == blocks.sizes.end()) {
         return false;
@@ -46,24 +43,14 @@ bool LocalRelease(void* memory)
     return true;
 }
 
-std::size_t LocalBlocksOutstanding()
-{
-    Blocks& blocks = TheBlocks();
-    std::lock_guard<std::mutex> lock(blocks.mutex);
-    return blocks.sizes.size();
-}
-
 std::vector<std::vector<unsigned char>> ReleasedBlocks()
 {
-    Blocks& blocks = TheBlocks();
-    std::lock_guard<std::mutex> lock(blocks.mutex);
-    return blocks.released;
+    return TheBlocks().released;
 }
 
 std::vector<std::vector<unsigned char>> HeldBlocks()
 {
     Blocks& blocks = TheBlocks();
-    std::lock_guard<std::mutex> lock(blocks.mutex);
     std::vector<std::vector<unsigned char>> held;
     for (auto const& [memory, size] : blocks.sizes) {
         auto const* bytes = static_cast<unsigned char const*>(memory);
@@ -75,7 +62,6 @@ std::vector<std::vector<unsigned char>> HeldBlocks()
 void ResetLocalMemory()
 {
     Blocks& blocks = TheBlocks();
-    std::lock_guard<std::mutex> lock(blocks.mutex);
     for (auto const& block : blocks.sizes) {
         std::free(block.first);
     }

@@ -10,8 +10,6 @@ namespace hf::sim {
 void* LocalAllocate(std::size_t size);
 // Frees what LocalAllocate gave; false when the pointer was not such a block.
 bool LocalRelease(void* memory);
-// Blocks handed out and not yet freed (tests check for leaks with it).
-std::size_t LocalBlocksOutstanding();
 
 // What every block held at the moment it was released, in release order, since
 // the last ResetLocalMemory: a test reads what the code left in memory it gave

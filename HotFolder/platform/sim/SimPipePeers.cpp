@@ -20,8 +20,6 @@ DWORD LittleEndianLength(std::vector<BYTE> const& bytes)
 
 }  // namespace
 
-// --- the scripted server ---------------------------------------------------------------
-
 std::shared_ptr<ScriptedPipeServer> ScriptedPipeServer::Create(std::u16string name)
 {
     auto server = std::make_shared<ScriptedPipeServer>(std::move(name));
@@ -31,11 +29,9 @@ std::shared_ptr<ScriptedPipeServer> ScriptedPipeServer::Create(std::u16string na
 
 void ScriptedPipeServer::Start()
 {
-    if (serving_) {
-        return;
+    if (!std::exchange(serving_, true)) {
+        Listen();
     }
-    serving_ = true;
-    Listen();
 }
 
 void ScriptedPipeServer::Stop()
@@ -48,17 +44,10 @@ void ScriptedPipeServer::Stop()
 
 void ScriptedPipeServer::RunInside(std::shared_ptr<ChildProcess> const& process, DWORD delay)
 {
-    std::weak_ptr<ScriptedPipeServer> weakSelf = weak_from_this();
-    std::weak_ptr<ChildProcess> weakProcess = process;
-    process->OnExit([weakSelf] {
-        if (auto self = weakSelf.lock()) {
-            self->Stop();
-        }
-    });
-    TheWorld().After(delay, [weakSelf, weakProcess] {
-        auto self = weakSelf.lock();
-        auto running = weakProcess.lock();
-        if (self && running && running->running) {
+    auto self = shared_from_this();
+    process->OnExit([self] { self->Stop(); });
+    TheWorld().After(delay, [self, weakProcess = std::weak_ptr<ChildProcess>(process)] {
+        if (auto running = weakProcess.lock(); running && running->running) {
             self->Start();
         }
     });
@@ -67,7 +56,7 @@ void ScriptedPipeServer::RunInside(std::shared_ptr<ChildProcess> const& process,
 void ScriptedPipeServer::Listen()
 {
     DWORD error = 0;
-    auto instance = TheWorld().pipes.CreateInstance(name_, PIPE_TYPE_BYTE, PIPE_UNLIMITED_INSTANCES, error);
+    auto instance = TheWorld().pipes.CreateInstance(name_, PIPE_UNLIMITED_INSTANCES, error);
     if (!instance) {
         return;
     }
@@ -84,31 +73,30 @@ void ScriptedPipeServer::Listen()
             self->Listen();
         }
     };
-    // The server reads at its own pace: in the machine's next turn, not inside
-    // the client's write.
-    instance->onArrival[static_cast<std::size_t>(PipeSide::Server)] = [weakSelf, weakConnection] {
-        TheWorld().After(0, [weakSelf, weakConnection] {
-            auto self = weakSelf.lock();
-            auto connection = weakConnection.lock();
-            if (self && connection) {
-                self->Read(connection);
+    // The server reads at its own pace: in the machine's next turn, not inside the
+    // client's write. A client that goes away leaves a broken connection, which the server closes.
+    instance->onServerArrival = [weakSelf, weakConnection] {
+        Later(weakSelf, weakConnection, 0, [](ScriptedPipeServer& self, auto const& live) {
+            self.Read(live);
+            if (!live->instance->IsOpen(PipeSide::Client)) {
+                live->instance->Close(PipeSide::Server);
+                self.open_.erase(std::remove(self.open_.begin(), self.open_.end(), live), self.open_.end());
             }
         });
     };
-    // A client that goes away leaves a broken connection, which the server closes.
-    instance->onPeerClosed[static_cast<std::size_t>(PipeSide::Server)] = [weakSelf, weakConnection] {
-        TheWorld().After(0, [weakSelf, weakConnection] {
-            auto self = weakSelf.lock();
-            auto connection = weakConnection.lock();
-            if (!self || !connection) {
-                return;
-            }
-            self->Read(connection);
-            connection->instance->Close(PipeSide::Server);
-            auto& open = self->open_;
-            open.erase(std::remove(open.begin(), open.end(), connection), open.end());
-        });
-    };
+}
+
+void ScriptedPipeServer::Later(std::weak_ptr<ScriptedPipeServer> self, std::weak_ptr<Connection> connection,
+                               DWORD delay,
+                               std::function<void(ScriptedPipeServer&, std::shared_ptr<Connection> const&)> act)
+{
+    TheWorld().After(delay, [self, connection, act] {
+        auto server = self.lock();
+        auto live = connection.lock();
+        if (server && live) {
+            act(*server, live);
+        }
+    });
 }
 
 void ScriptedPipeServer::Read(std::shared_ptr<Connection> const& connection)
@@ -125,52 +113,16 @@ void ScriptedPipeServer::Read(std::shared_ptr<Connection> const& connection)
             answer = script_.front();
             script_.pop_front();
         }
-        std::weak_ptr<ScriptedPipeServer> weakSelf = weak_from_this();
-        std::weak_ptr<Connection> weakConnection = connection;
-        TheWorld().After(answer.delay, [weakSelf, weakConnection, answer] {
-            auto self = weakSelf.lock();
-            auto live = weakConnection.lock();
-            if (self && live) {
-                self->Act(live, answer);
+        Later(weak_from_this(), connection, answer.delay, [answer](ScriptedPipeServer&, auto const& live) {
+            if (answer.breakPipe) {
+                live->instance->Close(PipeSide::Server);
+            } else {
+                // A client that has gone meanwhile makes this write fail, as it would.
+                live->instance->Write(PipeSide::Server, &answer.value, 1, nullptr);
             }
         });
     }
 }
-
-void ScriptedPipeServer::Act(std::shared_ptr<Connection> const& connection, Answer answer)
-{
-    switch (answer.kind) {
-        case Answer::Kind::Byte:
-            // A client that has gone meanwhile makes this write fail, as it would.
-            connection->instance->Write(PipeSide::Server, &answer.value, 1, nullptr);
-            break;
-        case Answer::Kind::Nothing:
-            break;
-        case Answer::Kind::BreakPipe:
-            connection->instance->Close(PipeSide::Server);
-            break;
-    }
-}
-
-std::vector<std::vector<BYTE>> ScriptedPipeServer::Payloads() const
-{
-    std::vector<std::vector<BYTE>> payloads;
-    for (auto const& frame : frames_) {
-        payloads.emplace_back(frame.begin() + kLengthSize, frame.end());
-    }
-    return payloads;
-}
-
-std::size_t ScriptedPipeServer::UnframedBytes() const
-{
-    std::size_t bytes = 0;
-    for (auto const& connection : open_) {
-        bytes += connection->buffer.size() + connection->instance->Arrived(PipeSide::Server);
-    }
-    return bytes;
-}
-
-// --- the scripted client ---------------------------------------------------------------
 
 std::shared_ptr<ScriptedPipeClient> ScriptedPipeClient::Create()
 {
@@ -181,18 +133,9 @@ std::shared_ptr<ScriptedPipeClient> ScriptedPipeClient::Create()
 
 bool ScriptedPipeClient::Open(std::u16string const& name)
 {
-    instance_ = TheWorld().pipes.Connect(name, openError_);
-    if (!instance_) {
-        return false;
-    }
-    std::weak_ptr<ScriptedPipeClient> weakSelf = weak_from_this();
-    instance_->onArrival[static_cast<std::size_t>(PipeSide::Client)] = [weakSelf] {
-        if (auto self = weakSelf.lock()) {
-            std::vector<BYTE> const bytes = self->instance_->TakeArrived(PipeSide::Client);
-            self->received_.insert(self->received_.end(), bytes.begin(), bytes.end());
-        }
-    };
-    return true;
+    DWORD error = 0;
+    instance_ = TheWorld().pipes.Connect(name, error);
+    return instance_ != nullptr;
 }
 
 bool ScriptedPipeClient::Write(std::vector<BYTE> const& bytes)
@@ -203,31 +146,11 @@ bool ScriptedPipeClient::Write(std::vector<BYTE> const& bytes)
     return instance_->Write(PipeSide::Client, bytes.data(), static_cast<DWORD>(bytes.size()), nullptr) != FALSE;
 }
 
-void ScriptedPipeClient::WriteAfter(DWORD delay, std::vector<BYTE> bytes)
-{
-    std::weak_ptr<ScriptedPipeClient> weakSelf = weak_from_this();
-    TheWorld().After(delay, [weakSelf, bytes = std::move(bytes)] {
-        if (auto self = weakSelf.lock()) {
-            self->Write(bytes);
-        }
-    });
-}
-
 void ScriptedPipeClient::Close()
 {
     if (instance_) {
         instance_->Close(PipeSide::Client);
     }
-}
-
-void ScriptedPipeClient::CloseAfter(DWORD delay)
-{
-    std::weak_ptr<ScriptedPipeClient> weakSelf = weak_from_this();
-    TheWorld().After(delay, [weakSelf] {
-        if (auto self = weakSelf.lock()) {
-            self->Close();
-        }
-    });
 }
 
 }  // namespace hf::sim

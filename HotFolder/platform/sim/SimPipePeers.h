@@ -6,10 +6,11 @@
 #pragma once
 
 #include "platform/Types.h"
-#include "platform/sim/SimChildProcesses.h"
 #include "platform/sim/SimPipes.h"
+#include "platform/sim/SimProcess.h"
 
 #include <deque>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,15 +21,12 @@ class ScriptedPipeServer : public std::enable_shared_from_this<ScriptedPipeServe
 public:
     // What the server does once it has read one message whole.
     struct Answer {
-        enum class Kind { Byte, Nothing, BreakPipe };
-        Kind kind = Kind::Byte;
+        bool breakPipe = false;  // closes the connection's server end instead of answering
         BYTE value = 1;
         DWORD delay = 0;  // ms between reading the message and acting
     };
-    static Answer Reply(BYTE value, DWORD delay = 0) { return Answer{Answer::Kind::Byte, value, delay}; }
-    static Answer NoReply() { return Answer{Answer::Kind::Nothing, 0, 0}; }
-    // Closes the connection's server end without answering.
-    static Answer Break(DWORD delay = 0) { return Answer{Answer::Kind::BreakPipe, 0, delay}; }
+    static Answer Reply(BYTE value, DWORD delay = 0) { return Answer{false, value, delay}; }
+    static Answer Break() { return Answer{true, 0, 0}; }
 
     // A server of the pipe `name` (a full \\.\pipe\ name), kept alive until the
     // machine is reset. It does nothing until it starts.
@@ -49,14 +47,9 @@ public:
     void Then(Answer answer) { script_.push_back(answer); }
     Answer defaultAnswer = Reply(1);
 
-    bool Serving() const { return serving_; }
     int Connections() const { return connections_; }
     // Each message as it arrived: its 4-byte little-endian length, then the payload.
     std::vector<std::vector<BYTE>> const& Frames() const { return frames_; }
-    // The payloads alone.
-    std::vector<std::vector<BYTE>> Payloads() const;
-    // Bytes received after the last whole message (a message cut short).
-    std::size_t UnframedBytes() const;
 
     explicit ScriptedPipeServer(std::u16string name) : name_(std::move(name)) {}
 
@@ -67,7 +60,9 @@ private:
     };
     void Listen();
     void Read(std::shared_ptr<Connection> const& connection);
-    void Act(std::shared_ptr<Connection> const& connection, Answer answer);
+    // Runs `act` `delay` ms from now if the server and the connection are still there then.
+    static void Later(std::weak_ptr<ScriptedPipeServer> self, std::weak_ptr<Connection> connection, DWORD delay,
+                      std::function<void(ScriptedPipeServer&, std::shared_ptr<Connection> const&)> act);
 
     std::u16string name_;
     bool serving_ = false;
@@ -77,29 +72,21 @@ private:
     std::vector<std::vector<BYTE>> frames_;
 };
 
-class ScriptedPipeClient : public std::enable_shared_from_this<ScriptedPipeClient> {
+class ScriptedPipeClient {
 public:
     // A client kept alive until the machine is reset.
     static std::shared_ptr<ScriptedPipeClient> Create();
 
-    // Opens a free instance of the pipe `name` now; false when it cannot, with
-    // the error CreateFileW would give (OpenError).
+    // Opens a free instance of the pipe `name` now; false when it cannot.
     bool Open(std::u16string const& name);
-    DWORD OpenError() const { return openError_; }
     // Writes now; false when the pipe is not open or the server's end has closed.
     bool Write(std::vector<BYTE> const& bytes);
-    void WriteAfter(DWORD delay, std::vector<BYTE> bytes);
     void Close();
-    void CloseAfter(DWORD delay);
-
-    // Everything the server has written to this client.
-    std::vector<BYTE> const& Received() const { return received_; }
+    // Whether the server has closed its end of the instance this client opened.
     bool ServerClosed() const { return instance_ && !instance_->IsOpen(PipeSide::Server); }
 
 private:
     std::shared_ptr<PipeInstance> instance_;
-    DWORD openError_ = 0;
-    std::vector<BYTE> received_;
 };
 
 }  // namespace hf::sim

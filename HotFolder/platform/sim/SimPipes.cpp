@@ -3,6 +3,7 @@
 #include "WideText.h"
 #include "platform/Constants.h"
 #include "platform/Errors.h"
+#include "platform/Pipes.h"
 #include "platform/Sync.h"
 #include "platform/sim/SimWorld.h"
 
@@ -13,15 +14,7 @@ namespace hf::sim {
 
 namespace {
 
-constexpr char16_t kPipePrefix[] = u"\\\\.\\pipe\\";
-constexpr std::size_t kPipePrefixLength = sizeof(kPipePrefix) / sizeof(kPipePrefix[0]) - 1;
-constexpr DWORD kPipeReadModeMessage = 2;
-
-bool IsPipeName(std::u16string const& name)
-{
-    return name.size() > kPipePrefixLength &&
-           EqualsIgnoringAsciiCase(std::u16string_view(name).substr(0, kPipePrefixLength), kPipePrefix);
-}
+constexpr std::u16string_view kPipePrefix = u"\\\\.\\pipe\\";
 
 // A handle's view of one end of a pipe instance. The end closes with the
 // handle; a client end and a server end each have their own object.
@@ -47,9 +40,21 @@ public:
     PipeSide side;
 };
 
+HANDLE HandleOn(std::shared_ptr<PipeInstance> instance, PipeSide side, DWORD error)
+{
+    if (!instance) {
+        os::SetLastError(error);
+        return INVALID_HANDLE_VALUE;
+    }
+    return TheWorld().AddHandle(std::make_shared<PipeEndObject>(std::move(instance), side));
+}
+
 }  // namespace
 
-// --- one instance ------------------------------------------------------------------
+bool IsPipeName(std::u16string_view name)
+{
+    return name.size() > kPipePrefix.size() && EqualsIgnoringAsciiCase(name.substr(0, kPipePrefix.size()), kPipePrefix);
+}
 
 BOOL PipeInstance::ReadEx(PipeSide side, void* buffer, DWORD size, OVERLAPPED* overlapped,
                           LPOVERLAPPED_COMPLETION_ROUTINE routine)
@@ -67,21 +72,14 @@ BOOL PipeInstance::ReadEx(PipeSide side, void* buffer, DWORD size, OVERLAPPED* o
     return TRUE;
 }
 
-DWORD PipeInstance::WriteBlocker(PipeSide side) const
-{
-    if (side == PipeSide::Server && !clientCame_) {
-        return ERROR_PIPE_LISTENING;
-    }
-    if (!IsOpen(Other(side))) {
-        return ERROR_NO_DATA;
-    }
-    return 0;
-}
-
 BOOL PipeInstance::Write(PipeSide side, const void* buffer, DWORD size, DWORD* written)
 {
-    if (DWORD const blocker = WriteBlocker(side)) {
-        os::SetLastError(blocker);
+    if (side == PipeSide::Server && !clientCame_) {
+        os::SetLastError(ERROR_PIPE_LISTENING);
+        return FALSE;
+    }
+    if (!IsOpen(Other(side))) {
+        os::SetLastError(ERROR_NO_DATA);
         return FALSE;
     }
     auto const* bytes = static_cast<const BYTE*>(buffer);
@@ -92,8 +90,8 @@ BOOL PipeInstance::Write(PipeSide side, const void* buffer, DWORD size, DWORD* w
     }
     if (size > 0) {
         Deliver(reader);
-        if (onArrival[Index(reader)]) {
-            onArrival[Index(reader)]();
+        if (reader == PipeSide::Server && onServerArrival) {
+            onServerArrival();
         }
     }
     return TRUE;
@@ -102,14 +100,13 @@ BOOL PipeInstance::Write(PipeSide side, const void* buffer, DWORD size, DWORD* w
 BOOL PipeInstance::WriteEx(PipeSide side, const void* buffer, DWORD size, OVERLAPPED* overlapped,
                            LPOVERLAPPED_COMPLETION_ROUTINE routine)
 {
-    if (DWORD const blocker = WriteBlocker(side)) {
-        os::SetLastError(blocker);
+    if (!Write(side, buffer, size, nullptr)) {
         return FALSE;
     }
     // The bytes fit the pipe's buffer at once, so the write is done; its
     // routine still runs only in a later alertable wait.
     Complete(PendingRead{nullptr, size, overlapped, routine}, 0, size);
-    return Write(side, buffer, size, nullptr);
+    return TRUE;
 }
 
 BOOL PipeInstance::Connect(OVERLAPPED* overlapped)
@@ -118,14 +115,9 @@ BOOL PipeInstance::Connect(OVERLAPPED* overlapped)
         os::SetLastError(IsOpen(PipeSide::Client) ? ERROR_PIPE_CONNECTED : ERROR_NO_DATA);
         return FALSE;
     }
-    if (overlapped != nullptr) {
-        connectPending_ = true;
-        connectEvent_ = overlapped->hEvent;
-        os::SetLastError(ERROR_IO_PENDING);
-        return FALSE;
-    }
-    DWORD const result = TheWorld().Wait([this] { return clientCame_; }, INFINITE, false);
-    return result == WAIT_OBJECT_0 ? TRUE : FALSE;
+    connectEvent_ = overlapped->hEvent;
+    os::SetLastError(ERROR_IO_PENDING);
+    return FALSE;
 }
 
 void PipeInstance::AcceptClient()
@@ -151,12 +143,11 @@ void PipeInstance::Close(PipeSide side)
     if (side == PipeSide::Server) {
         SignalConnect();
     }
-    PipeSide const other = Other(side);
-    for (auto const& read : std::exchange(reads_[Index(other)], {})) {
+    for (auto const& read : std::exchange(reads_[Index(Other(side))], {})) {
         Complete(read, ERROR_BROKEN_PIPE, 0);
     }
-    if (onPeerClosed[Index(other)]) {
-        onPeerClosed[Index(other)]();
+    if (side == PipeSide::Client && onServerArrival) {
+        onServerArrival();
     }
 }
 
@@ -184,8 +175,8 @@ void PipeInstance::Deliver(PipeSide side)
 
 void PipeInstance::SignalConnect()
 {
-    if (std::exchange(connectPending_, false) && connectEvent_ != nullptr) {
-        os::SetEvent(connectEvent_);
+    if (HANDLE const event = std::exchange(connectEvent_, nullptr)) {
+        os::SetEvent(event);
     }
 }
 
@@ -205,155 +196,110 @@ void PipeInstance::Complete(PendingRead const& read, DWORD error, DWORD bytes)
 
 // --- the machine's pipes -------------------------------------------------------------
 
-std::shared_ptr<PipeInstance> Pipes::CreateInstance(std::u16string const& name, DWORD pipeMode, DWORD maxInstances,
-                                                    DWORD& error)
+std::shared_ptr<PipeInstance> Pipes::CreateInstance(std::u16string const& name, DWORD maxInstances, DWORD& error)
 {
     if (!IsPipeName(name)) {
         error = ERROR_INVALID_NAME;
         return nullptr;
     }
-    if ((pipeMode & (PIPE_TYPE_MESSAGE | kPipeReadModeMessage)) != 0) {
-        error = ERROR_NOT_SUPPORTED;
-        return nullptr;
+    std::vector<std::shared_ptr<PipeInstance>> same;
+    for (auto& instance : Open()) {
+        if (EqualsIgnoringAsciiCase(instance->Name(), name)) {
+            same.push_back(std::move(instance));
+        }
     }
-    if (maxInstances == 0 || maxInstances > PIPE_UNLIMITED_INSTANCES) {
-        error = ERROR_INVALID_PARAMETER;
-        return nullptr;
-    }
-    Prune();
-    Pipe* pipe = Find(name);
-    if (pipe == nullptr) {
-        pipes_.push_back(Pipe{name, maxInstances, {}});
-        pipe = &pipes_.back();
-    } else if (pipe->maxInstances != PIPE_UNLIMITED_INSTANCES && pipe->instances.size() >= pipe->maxInstances) {
+    if (!same.empty() && same.front()->MaxInstances() != PIPE_UNLIMITED_INSTANCES &&
+        same.size() >= same.front()->MaxInstances()) {
         error = ERROR_PIPE_BUSY;
         return nullptr;
     }
-    auto instance = std::make_shared<PipeInstance>(pipe->name);
-    pipe->instances.push_back(instance);
+    auto instance = std::make_shared<PipeInstance>(name, maxInstances);
+    instances_.push_back(instance);
     return instance;
 }
 
 std::shared_ptr<PipeInstance> Pipes::Connect(std::u16string const& name, DWORD& error)
 {
-    Prune();
-    Pipe* pipe = Find(name);
-    if (pipe == nullptr) {
-        error = ERROR_FILE_NOT_FOUND;
-        return nullptr;
-    }
-    for (auto const& weak : pipe->instances) {
-        auto instance = weak.lock();
-        if (instance && instance->IsFree()) {
-            instance->AcceptClient();
-            return instance;
+    error = ERROR_FILE_NOT_FOUND;
+    for (auto const& instance : Open()) {
+        if (EqualsIgnoringAsciiCase(instance->Name(), name)) {
+            if (instance->IsFree()) {
+                instance->AcceptClient();
+                return instance;
+            }
+            error = ERROR_PIPE_BUSY;
         }
     }
-    error = ERROR_PIPE_BUSY;
     return nullptr;
 }
 
-HANDLE Pipes::OpenClient(std::u16string const& name, DWORD /*access*/, DWORD /*flags*/)
+HANDLE Pipes::OpenClient(std::u16string const& name)
 {
     DWORD error = 0;
     auto instance = Connect(name, error);
-    if (!instance) {
-        os::SetLastError(error);
-        return INVALID_HANDLE_VALUE;
-    }
-    return TheWorld().AddHandle(std::make_shared<PipeEndObject>(std::move(instance), PipeSide::Client));
+    return HandleOn(std::move(instance), PipeSide::Client, error);
 }
 
-HANDLE Pipes::CreateServer(std::u16string const& name, DWORD pipeMode, DWORD maxInstances)
+HANDLE Pipes::CreateServer(std::u16string const& name, DWORD maxInstances)
 {
     DWORD error = 0;
-    auto instance = CreateInstance(name, pipeMode, maxInstances, error);
-    if (!instance) {
-        os::SetLastError(error);
-        return INVALID_HANDLE_VALUE;
-    }
-    return TheWorld().AddHandle(std::make_shared<PipeEndObject>(std::move(instance), PipeSide::Server));
+    auto instance = CreateInstance(name, maxInstances, error);
+    return HandleOn(std::move(instance), PipeSide::Server, error);
 }
 
-std::shared_ptr<PipeInstance> Pipes::InstanceOf(HANDLE handle, PipeSide& side)
-{
-    auto end = TheWorld().LookupAs<PipeEndObject>(handle);
-    if (!end) {
-        return nullptr;
-    }
-    side = end->side;
-    return end->instance;
-}
-
-std::vector<std::u16string> Pipes::Names() const
+std::vector<std::u16string> Pipes::Names()
 {
     std::vector<std::u16string> names;
-    for (auto const& pipe : pipes_) {
-        if (InstanceCount(pipe.name) > 0) {
-            names.push_back(pipe.name.substr(kPipePrefixLength));
+    for (auto const& instance : Open()) {
+        std::u16string const name = instance->Name().substr(kPipePrefix.size());
+        if (std::none_of(names.begin(), names.end(), [&](auto const& n) { return EqualsIgnoringAsciiCase(n, name); })) {
+            names.push_back(name);
         }
     }
     return names;
 }
 
-int Pipes::InstanceCount(std::u16string const& name) const
+std::vector<std::shared_ptr<PipeInstance>> Pipes::Open()
 {
-    Pipe const* pipe = Find(name);
-    if (pipe == nullptr) {
-        return 0;
-    }
-    return static_cast<int>(std::count_if(pipe->instances.begin(), pipe->instances.end(), [](auto const& weak) {
-        auto instance = weak.lock();
-        return instance && instance->IsOpen(PipeSide::Server);
-    }));
-}
-
-int Pipes::FreeCount(std::u16string const& name) const
-{
-    Pipe const* pipe = Find(name);
-    if (pipe == nullptr) {
-        return 0;
-    }
-    return static_cast<int>(std::count_if(pipe->instances.begin(), pipe->instances.end(), [](auto const& weak) {
-        auto instance = weak.lock();
-        return instance && instance->IsFree();
-    }));
-}
-
-Pipes::Pipe* Pipes::Find(std::u16string const& name)
-{
-    for (auto& pipe : pipes_) {
-        if (EqualsIgnoringAsciiCase(pipe.name, name)) {
-            return &pipe;
+    std::vector<std::shared_ptr<PipeInstance>> open;
+    for (auto const& weak : instances_) {
+        if (auto instance = weak.lock(); instance && instance->IsOpen(PipeSide::Server)) {
+            open.push_back(std::move(instance));
         }
     }
-    return nullptr;
-}
-
-Pipes::Pipe const* Pipes::Find(std::u16string const& name) const
-{
-    return const_cast<Pipes*>(this)->Find(name);
-}
-
-void Pipes::Prune()
-{
-    for (auto& pipe : pipes_) {
-        auto& instances = pipe.instances;
-        instances.erase(std::remove_if(instances.begin(), instances.end(),
-                                       [](auto const& weak) {
-                                           auto instance = weak.lock();
-                                           return !instance || !instance->IsOpen(PipeSide::Server);
-                                       }),
-                        instances.end());
-    }
-    pipes_.erase(std::remove_if(pipes_.begin(), pipes_.end(), [](Pipe const& pipe) { return pipe.instances.empty(); }),
-                 pipes_.end());
+    instances_.assign(open.begin(), open.end());
+    return open;
 }
 
 void Pipes::Clear()
 {
-    pipes_.clear();
+    instances_.clear();
     peers_.clear();
 }
 
 }  // namespace hf::sim
+
+namespace hf::os {
+
+HANDLE CreateNamedPipeW(const WCHAR* name, DWORD /*openMode*/, DWORD /*pipeMode*/, DWORD maxInstances,
+                        DWORD /*outBufferSize*/, DWORD /*inBufferSize*/, DWORD /*defaultTimeOut*/,
+                        void* /*securityAttributes*/)
+{
+    DWORD error = 0;
+    if (sim::Injected("CreateNamedPipeW", error)) {
+        return INVALID_HANDLE_VALUE;
+    }
+    return sim::TheWorld().pipes.CreateServer(name ? name : u"", maxInstances);
+}
+
+BOOL ConnectNamedPipe(HANDLE pipe, OVERLAPPED* overlapped)
+{
+    auto end = sim::TheWorld().LookupAs<sim::PipeEndObject>(pipe);
+    if (!end || end->side != sim::PipeSide::Server) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    return end->instance->Connect(overlapped);
+}
+
+}  // namespace hf::os

@@ -3,7 +3,7 @@
 #include "WideText.h"
 #include "platform/sim/SimCaseFold.h"
 
-#include <vector>
+#include <algorithm>
 
 namespace hf::sim {
 
@@ -46,25 +46,6 @@ std::u16string Trim(std::u16string const& text)
     return text.substr(begin, end - begin);
 }
 
-std::vector<std::u16string> Lines(std::u16string const& text)
-{
-    std::vector<std::u16string> lines;
-    std::u16string line;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == u'\r' || text[i] == u'\n') {
-            lines.push_back(line);
-            line.clear();
-            if (text[i] == u'\r' && i + 1 < text.size() && text[i + 1] == u'\n') {
-                ++i;
-            }
-        } else {
-            line += text[i];
-        }
-    }
-    lines.push_back(line);
-    return lines;
-}
-
 std::u16string Unquoted(std::u16string value)
 {
     if (value.size() >= 2 && (value.front() == u'"' || value.front() == u'\'') && value.back() == value.front()) {
@@ -82,8 +63,11 @@ std::optional<std::u16string> ReadProfileString(std::string const& bytes, std::u
     std::u16string const wantedKey = FoldCase(key);
     bool inSection = false;
     bool sectionSeen = false;
-    for (std::u16string const& raw : Lines(DecodeText(bytes))) {
-        std::u16string const line = Trim(raw);
+    std::u16string const text = DecodeText(bytes);
+    // Lines end at CR, LF or both (a CR LF pair makes one empty line more, which holds nothing).
+    for (std::size_t begin = 0, end = 0; begin <= text.size(); begin = end + 1) {
+        end = std::min(text.find_first_of(u"\r\n", begin), text.size());
+        std::u16string const line = Trim(text.substr(begin, end - begin));
         if (line.empty()) {
             continue;
         }

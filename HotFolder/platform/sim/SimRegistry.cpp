@@ -2,19 +2,52 @@
 
 #include "WideText.h"
 
-#include <algorithm>
 #include <cstring>
 
 namespace hf::sim {
 
 namespace {
 
-std::u16string Join(HKEY root, std::u16string const& path)
+// Doubled and trailing separators dropped, case folded.
+std::u16string Normalize(std::u16string const& fullPath)
 {
-    return path.empty() ? Registry::RootName(root) : Registry::RootName(root) + u"\\" + path;
+    std::u16string out;
+    for (char16_t c : fullPath) {
+        if (c != u'\\' || (!out.empty() && out.back() != u'\\')) {
+            out += c;
+        }
+    }
+    while (!out.empty() && out.back() == u'\\') {
+        out.pop_back();
+    }
+    return AsciiUpper(out);
+}
+
+bool IsBelow(std::u16string const& key, std::u16string const& parent)
+{
+    return key.size() > parent.size() && key.compare(0, parent.size(), parent) == 0 && key[parent.size()] == u'\\';
 }
 
 }  // namespace
+
+RegistryValue* RegistryKey::Find(std::u16string_view name)
+{
+    for (auto& value : values) {
+        if (EqualsIgnoringAsciiCase(value.name, name)) {
+            return &value;
+        }
+    }
+    return nullptr;
+}
+
+void RegistryKey::Set(std::u16string_view name, DWORD type, std::vector<BYTE> data)
+{
+    if (RegistryValue* value = Find(name)) {
+        *value = RegistryValue{value->name, type, std::move(data)};
+    } else {
+        values.push_back(RegistryValue{std::u16string(name), type, std::move(data)});
+    }
+}
 
 std::u16string Registry::RootName(HKEY root)
 {
@@ -30,20 +63,9 @@ std::u16string Registry::RootName(HKEY root)
     }
 }
 
-std::u16string Registry::Normalize(std::u16string const& fullPath)
+std::u16string Registry::Join(HKEY root, std::u16string const& path)
 {
-    // Collapse doubled separators and drop trailing ones, then fold case.
-    std::u16string out;
-    for (char16_t c : fullPath) {
-        if (c == u'\\' && (out.empty() || out.back() == u'\\')) {
-            continue;
-        }
-        out += c;
-    }
-    while (!out.empty() && out.back() == u'\\') {
-        out.pop_back();
-    }
-    return AsciiUpper(out);
+    return RootName(root) + u"\\" + path;
 }
 
 RegistryKey* Registry::Find(std::u16string const& fullPath)
@@ -55,103 +77,56 @@ RegistryKey* Registry::Find(std::u16string const& fullPath)
 RegistryKey& Registry::Create(std::u16string const& fullPath)
 {
     std::u16string const normalized = Normalize(fullPath);
-    // Every ancestor exists too, as on Windows.
     for (std::size_t pos = normalized.find(u'\\'); pos != std::u16string::npos; pos = normalized.find(u'\\', pos + 1)) {
         keys_[normalized.substr(0, pos)];
     }
     return keys_[normalized];
 }
 
-bool Registry::Erase(std::u16string const& fullPath)
+void Registry::Erase(std::u16string const& fullPath, bool tree)
 {
-    return keys_.erase(Normalize(fullPath)) != 0;
+    std::u16string const key = Normalize(fullPath);
+    keys_.erase(key);
+    for (auto it = keys_.lower_bound(key + u"\\"); tree && it != keys_.end() && IsBelow(it->first, key);) {
+        it = keys_.erase(it);
+    }
 }
 
 bool Registry::HasSubkeys(std::u16string const& fullPath) const
 {
-    std::u16string const prefix = Normalize(fullPath) + u"\\";
-    auto it = keys_.lower_bound(prefix);
-    return it != keys_.end() && it->first.compare(0, prefix.size(), prefix) == 0;
-}
-
-void Registry::CreateKey(HKEY root, std::u16string const& path)
-{
-    Create(Join(root, path));
-}
-
-bool Registry::KeyExists(HKEY root, std::u16string const& path) const
-{
-    return keys_.count(Normalize(Join(root, path))) != 0;
-}
-
-void Registry::DeleteKeyTree(HKEY root, std::u16string const& path)
-{
-    EraseTree(Join(root, path));
-}
-
-void Registry::EraseTree(std::u16string const& fullPath)
-{
     std::u16string const key = Normalize(fullPath);
-    std::u16string const prefix = key + u"\\";
-    for (auto it = keys_.begin(); it != keys_.end();) {
-        if (it->first == key || it->first.compare(0, prefix.size(), prefix) == 0) {
-            it = keys_.erase(it);
-        } else {
-            ++it;
-        }
-    }
+    auto it = keys_.lower_bound(key + u"\\");
+    return it != keys_.end() && IsBelow(it->first, key);
 }
 
 std::vector<std::u16string> Registry::KeysBelow(HKEY root, std::u16string const& path) const
 {
-    std::u16string const rootName = Normalize(RootName(root)) + u"\\";
+    std::size_t const rootLength = RootName(root).size() + 1;
     std::u16string const key = Normalize(Join(root, path));
     std::vector<std::u16string> keys;
     for (auto it = keys_.lower_bound(key); it != keys_.end() && it->first.compare(0, key.size(), key) == 0; ++it) {
-        if (it->first.size() == key.size() || it->first[key.size()] == u'\\') {
-            keys.push_back(it->first.substr(std::min(rootName.size(), it->first.size())));
+        if (it->first == key || IsBelow(it->first, key)) {
+            keys.push_back(it->first.substr(std::min(rootLength, it->first.size())));
         }
     }
     return keys;
 }
 
-void Registry::SetRaw(HKEY root, std::u16string const& path, std::u16string const& name, DWORD type,
-                      std::vector<BYTE> const& data)
-{
-    RegistryKey& key = Create(Join(root, path));
-    for (auto& value : key.values) {
-        if (AsciiUpper(value.name) == AsciiUpper(name)) {
-            value.type = type;
-            value.data = data;
-            return;
-        }
-    }
-    key.values.push_back(RegistryValue{name, type, data});
-}
-
 void Registry::SetString(HKEY root, std::u16string const& path, std::u16string const& name, std::u16string const& text,
                          DWORD type)
 {
-    std::vector<BYTE> data((text.size() + 1) * sizeof(char16_t));
-    std::memcpy(data.data(), text.c_str(), data.size());
-    SetRaw(root, path, name, type, data);
+    auto const* bytes = reinterpret_cast<BYTE const*>(text.c_str());
+    SetRaw(root, path, name, type, std::vector<BYTE>(bytes, bytes + (text.size() + 1) * sizeof(char16_t)));
 }
 
-std::optional<RegistryValue> Registry::Value(HKEY root, std::u16string const& path, std::u16string const& name) const
+std::optional<RegistryValue> Registry::Value(HKEY root, std::u16string const& path, std::u16string const& name)
 {
-    auto it = keys_.find(Normalize(Join(root, path)));
-    if (it == keys_.end()) {
-        return std::nullopt;
-    }
-    for (auto const& value : it->second.values) {
-        if (AsciiUpper(value.name) == AsciiUpper(name)) {
-            return value;
-        }
-    }
-    return std::nullopt;
+    RegistryKey* key = Find(Join(root, path));
+    RegistryValue* value = key ? key->Find(name) : nullptr;
+    return value ? std::optional<RegistryValue>(*value) : std::nullopt;
 }
 
-std::optional<std::u16string> Registry::String(HKEY root, std::u16string const& path, std::u16string const& name) const
+std::optional<std::u16string> Registry::String(HKEY root, std::u16string const& path, std::u16string const& name)
 {
     auto value = Value(root, path, name);
     if (!value) {
@@ -159,8 +134,7 @@ std::optional<std::u16string> Registry::String(HKEY root, std::u16string const& 
     }
     std::u16string text(value->data.size() / 2, u'\0');
     std::memcpy(text.data(), value->data.data(), text.size() * 2);
-    auto const end = text.find(u'\0');
-    return end == std::u16string::npos ? text : text.substr(0, end);
+    return text.substr(0, text.find(u'\0'));
 }
 
 }  // namespace hf::sim

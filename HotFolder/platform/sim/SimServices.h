@@ -44,7 +44,6 @@ public:
     // StartServiceCtrlDispatcherW connects (it then runs the service main
     // function on the calling thread and returns when it ends).
     bool dispatcherReachable = false;
-    std::map<std::u16string, Service>& All() { return services_; }
 
 private:
     std::map<std::u16string, Service> services_;  // keyed by upper-cased name

@@ -1,6 +1,6 @@
 #include "platform/sim/SimWorld.h"
-#include "platform/Constants.h"
 
+#include "platform/Constants.h"
 #include "platform/Errors.h"
 #include "platform/sim/SimMemory.h"
 
@@ -33,10 +33,8 @@ World& World::Get()
 
 void World::Reset()
 {
-    std::lock_guard<std::recursive_mutex> lock(mutex_);
     bootTicks_ = 0;
     elapsed_ = 0;
-    scheduleSequence_ = 0;
     schedule_.clear();
     apcs_.clear();
     handles_.clear();
@@ -58,20 +56,17 @@ void World::Reset()
 
 void World::SetTicks(DWORD ticks)
 {
-    std::lock_guard<std::recursive_mutex> lock(mutex_);
     bootTicks_ = static_cast<std::uint64_t>(ticks) + (std::uint64_t{1} << 32) - (elapsed_ & 0xFFFFFFFFu);
 }
 
 void World::After(DWORD delay, std::function<void()> action)
 {
-    std::lock_guard<std::recursive_mutex> lock(mutex_);
-    schedule_.emplace(std::make_pair(elapsed_ + delay, scheduleSequence_++), std::move(action));
+    schedule_.emplace(elapsed_ + delay, std::move(action));
 }
 
 void World::RunDue()
 {
-    std::lock_guard<std::recursive_mutex> lock(mutex_);
-    while (!schedule_.empty() && schedule_.begin()->first.first <= elapsed_) {
+    while (!schedule_.empty() && schedule_.begin()->first <= elapsed_) {
         auto action = std::move(schedule_.begin()->second);
         schedule_.erase(schedule_.begin());
         action();
@@ -80,11 +75,10 @@ void World::RunDue()
 
 void World::Advance(DWORD milliseconds)
 {
-    std::lock_guard<std::recursive_mutex> lock(mutex_);
     std::uint64_t const target = elapsed_ + milliseconds;
     RunDue();
-    while (!schedule_.empty() && schedule_.begin()->first.first <= target) {
-        elapsed_ = schedule_.begin()->first.first;
+    while (!schedule_.empty() && schedule_.begin()->first <= target) {
+        elapsed_ = schedule_.begin()->first;
         RunDue();
     }
     elapsed_ = target;
@@ -92,13 +86,11 @@ void World::Advance(DWORD milliseconds)
 
 void World::QueueApc(std::function<void()> apc)
 {
-    std::lock_guard<std::recursive_mutex> lock(mutex_);
     apcs_.push_back(std::move(apc));
 }
 
 void World::RunApcs()
 {
-    std::lock_guard<std::recursive_mutex> lock(mutex_);
     while (!apcs_.empty()) {
         auto apc = std::move(apcs_.front());
         apcs_.pop_front();
@@ -108,7 +100,6 @@ void World::RunApcs()
 
 DWORD World::Wait(std::function<bool()> const& ready, DWORD timeout, bool alertable)
 {
-    std::lock_guard<std::recursive_mutex> lock(mutex_);
     std::uint64_t const deadline = elapsed_ + timeout;
     for (;;) {
         RunDue();
@@ -120,7 +111,7 @@ DWORD World::Wait(std::function<bool()> const& ready, DWORD timeout, bool alerta
             return WAIT_IO_COMPLETION;
         }
         bool const timed = timeout != INFINITE;
-        if (timed && (schedule_.empty() || schedule_.begin()->first.first > deadline)) {
+        if (timed && (schedule_.empty() || schedule_.begin()->first > deadline)) {
             elapsed_ = deadline;
             if (timeout != 0) {
                 ++timedOutWaits_;
@@ -132,13 +123,12 @@ DWORD World::Wait(std::function<bool()> const& ready, DWORD timeout, bool alerta
             os::SetLastError(ERROR_INVALID_HANDLE);
             return WAIT_FAILED;
         }
-        elapsed_ = std::max(elapsed_, schedule_.begin()->first.first);
+        elapsed_ = std::max(elapsed_, schedule_.begin()->first);
     }
 }
 
 HANDLE World::AddHandle(std::shared_ptr<Object> object)
 {
-    std::lock_guard<std::recursive_mutex> lock(mutex_);
     std::uintptr_t const value = nextHandle_;
     nextHandle_ += 4;
     ++object->handleCount;
@@ -148,14 +138,12 @@ HANDLE World::AddHandle(std::shared_ptr<Object> object)
 
 std::shared_ptr<Object> World::Lookup(HANDLE handle) const
 {
-    std::lock_guard<std::recursive_mutex> lock(mutex_);
     auto it = handles_.find(reinterpret_cast<std::uintptr_t>(handle));
     return it == handles_.end() ? nullptr : it->second;
 }
 
 void World::EndProcess()
 {
-    std::lock_guard<std::recursive_mutex> lock(mutex_);
     while (!handles_.empty()) {
         CloseHandle(reinterpret_cast<HANDLE>(handles_.begin()->first));
     }
@@ -169,7 +157,6 @@ void World::EndProcess()
 
 bool World::CloseHandle(HANDLE handle)
 {
-    std::lock_guard<std::recursive_mutex> lock(mutex_);
     auto it = handles_.find(reinterpret_cast<std::uintptr_t>(handle));
     if (it == handles_.end()) {
         return false;
@@ -180,24 +167,6 @@ bool World::CloseHandle(HANDLE handle)
         object->OnClose();
     }
     return true;
-}
-
-BOOL IoObject::ReadEx(void*, DWORD, OVERLAPPED*, LPOVERLAPPED_COMPLETION_ROUTINE)
-{
-    os::SetLastError(ERROR_INVALID_FUNCTION);
-    return 0;
-}
-
-BOOL IoObject::WriteEx(const void*, DWORD, OVERLAPPED*, LPOVERLAPPED_COMPLETION_ROUTINE)
-{
-    os::SetLastError(ERROR_INVALID_FUNCTION);
-    return 0;
-}
-
-BOOL IoObject::Write(const void*, DWORD, DWORD*)
-{
-    os::SetLastError(ERROR_INVALID_FUNCTION);
-    return 0;
 }
 
 bool Injected(char const* call, DWORD& error)

@@ -1,14 +1,11 @@
 // The simulated Windows that the sim backend of the platform seam runs on.
-//
-// Everything is deterministic: time is a virtual tick counter that only moves
-// when a test advances it or when a simulated wait sleeps; asynchronous work
-// (completion routines, scripted peers) is queued and runs only inside an
-// alertable wait or when its scheduled time comes, exactly as Windows would
-// order it. Tests arrange the world through this header, run the product's
-// code against the seam, and read back what it did (event log, registry,
-// files, pipes).
+// Everything is deterministic: time is a virtual tick counter that moves only
+// when a test advances it or a wait sleeps; completion routines run only inside
+// an alertable wait, and scripted peers act only at their scheduled time.
 #pragma once
 
+#include "platform/Constants.h"
+#include "platform/Errors.h"
 #include "platform/Types.h"
 #include "platform/sim/SimAccounts.h"
 #include "platform/sim/SimCom.h"
@@ -24,7 +21,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 namespace hf::sim {
@@ -41,7 +37,6 @@ public:
     // Called when the last handle to the object is closed.
     virtual void OnClose() {}
 
-    // Handles open on the object; kept by World.
     int handleCount = 0;
 };
 
@@ -51,10 +46,16 @@ public:
 // returning FALSE with the last error set).
 class IoObject : public Object {
 public:
-    virtual BOOL ReadEx(void* buffer, DWORD size, OVERLAPPED* overlapped, LPOVERLAPPED_COMPLETION_ROUTINE routine);
-    virtual BOOL WriteEx(const void* buffer, DWORD size, OVERLAPPED* overlapped,
-                         LPOVERLAPPED_COMPLETION_ROUTINE routine);
-    virtual BOOL Write(const void* buffer, DWORD size, DWORD* written);
+    virtual BOOL ReadEx(void*, DWORD, OVERLAPPED*, LPOVERLAPPED_COMPLETION_ROUTINE) { return InvalidFunction(); }
+    virtual BOOL WriteEx(const void*, DWORD, OVERLAPPED*, LPOVERLAPPED_COMPLETION_ROUTINE) { return InvalidFunction(); }
+    virtual BOOL Write(const void*, DWORD, DWORD*) { return InvalidFunction(); }
+
+private:
+    static BOOL InvalidFunction()
+    {
+        os::SetLastError(ERROR_INVALID_FUNCTION);
+        return FALSE;
+    }
 };
 
 // Calls that a test makes fail: the next `times` calls of `call` (the Win32
@@ -72,8 +73,7 @@ private:
 
 class World {
 public:
-    // The one simulated machine. Tests call Reset() in their fixture.
-    static World& Get();
+    static World& Get();  // the one simulated machine, reset by every test
     void Reset();
 
     // --- time -----------------------------------------------------------------------
@@ -85,16 +85,11 @@ public:
     // Runs `action` when the virtual clock reaches Ticks() + delay (0: at the next
     // chance: the next wait or Advance).
     void After(DWORD delay, std::function<void()> action);
-    // Runs scheduled actions due now.
     void RunDue();
-    bool HasScheduled() const { return !schedule_.empty(); }
 
-    // --- asynchronous procedure calls ----------------------------------------------
-    // Queues a completion routine for the simulated thread; it runs in that thread's
-    // next alertable wait.
+    // --- asynchronous procedure calls: they run in the thread's next alertable wait ---
     void QueueApc(std::function<void()> apc);
     bool HasApcs() const { return !apcs_.empty(); }
-    // Runs every queued APC (and any they queue), as an alertable wait does.
     void RunApcs();
 
     // The heart of every simulated wait: returns WAIT_OBJECT_0 once `ready()` holds,
@@ -104,11 +99,9 @@ public:
     // scheduled, INFINITE) means the test's script has run out: it fails with
     // ERROR_INVALID_HANDLE and WAIT_FAILED, which ends the waiting loop.
     DWORD Wait(std::function<bool()> const& ready, DWORD timeout, bool alertable);
-    // Counts the waits that ran out of script (see Wait).
+    // The waits that ran out of script, and those that a non-zero time-out ended
+    // (how often a loop woke up by the clock rather than for an event).
     int ExhaustedWaits() const { return exhaustedWaits_; }
-    // Counts the waits that ended because a non-zero time-out passed: how often
-    // a waiting loop woke up by the clock rather than for an event. (A zero
-    // time-out is a poll, not a sleep.)
     int TimedOutWaits() const { return timedOutWaits_; }
 
     // --- kernel objects --------------------------------------------------------------
@@ -119,8 +112,7 @@ public:
     {
         return std::dynamic_pointer_cast<T>(Lookup(handle));
     }
-    // Removes the handle; false when it was not open.
-    bool CloseHandle(HANDLE handle);
+    bool CloseHandle(HANDLE handle);  // false when it was not open
     std::size_t OpenHandleCount() const { return handles_.size(); }
     // What the end of the simulated process does: its queued completions are
     // dropped and every handle it holds is closed, so a later run starts as a
@@ -138,17 +130,13 @@ public:
     Pipes pipes;
     Com com;
 
-    std::recursive_mutex& Mutex() { return mutex_; }
-
 private:
     World() = default;
 
-    mutable std::recursive_mutex mutex_;
     std::uint64_t bootTicks_ = 0;
     std::uint64_t elapsed_ = 0;
-    std::uint64_t scheduleSequence_ = 0;
-    // (due time, sequence) -> action: actions due at the same time run in the order queued.
-    std::map<std::pair<std::uint64_t, std::uint64_t>, std::function<void()>> schedule_;
+    // Actions by due time; those due at the same time run in the order queued.
+    std::multimap<std::uint64_t, std::function<void()>> schedule_;
     std::deque<std::function<void()>> apcs_;
     std::map<std::uintptr_t, std::shared_ptr<Object>> handles_;
     std::uintptr_t nextHandle_ = 0x1000;
@@ -156,7 +144,6 @@ private:
     int timedOutWaits_ = 0;
 };
 
-// Shorthand for tests and the backend.
 inline World& TheWorld()
 {
     return World::Get();

@@ -1,3 +1,5 @@
+// Kernel objects to wait on, the waits, the clock and the last error.
+#include "platform/Clock.h"
 #include "platform/Constants.h"
 #include "platform/Errors.h"
 #include "platform/Sync.h"
@@ -9,6 +11,8 @@
 namespace hf::os {
 
 namespace {
+
+thread_local DWORD lastError = 0;
 
 class Event : public sim::Object {
 public:
@@ -37,12 +41,28 @@ public:
 
 }  // namespace
 
+DWORD GetLastError()
+{
+    return lastError;
+}
+
+void SetLastError(DWORD errorCode)
+{
+    lastError = errorCode;
+}
+
+DWORD GetTickCount()
+{
+    return sim::TheWorld().Ticks();
+}
+
+void Sleep(DWORD milliseconds)
+{
+    sim::TheWorld().Advance(milliseconds);
+}
+
 HANDLE CreateEventW(void* /*securityAttributes*/, BOOL manualReset, BOOL initialState, const WCHAR* /*name*/)
 {
-    DWORD error = 0;
-    if (sim::Injected("CreateEventW", error)) {
-        return nullptr;
-    }
     return sim::TheWorld().AddHandle(std::make_shared<Event>(manualReset != 0, initialState != 0));
 }
 
@@ -57,23 +77,8 @@ BOOL SetEvent(HANDLE event)
     return 1;
 }
 
-BOOL ResetEvent(HANDLE event)
-{
-    auto target = sim::TheWorld().LookupAs<Event>(event);
-    if (!target) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return 0;
-    }
-    target->signaled = false;
-    return 1;
-}
-
 HANDLE CreateSemaphoreW(void* /*securityAttributes*/, LONG initialCount, LONG maximumCount, const WCHAR* /*name*/)
 {
-    DWORD error = 0;
-    if (sim::Injected("CreateSemaphoreW", error)) {
-        return nullptr;
-    }
     if (maximumCount <= 0 || initialCount < 0 || initialCount > maximumCount) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
@@ -83,7 +88,6 @@ HANDLE CreateSemaphoreW(void* /*securityAttributes*/, LONG initialCount, LONG ma
 
 BOOL ReleaseSemaphore(HANDLE semaphore, LONG releaseCount, LONG* previousCount)
 {
-    std::lock_guard<std::recursive_mutex> lock(sim::TheWorld().Mutex());
     auto target = sim::TheWorld().LookupAs<Semaphore>(semaphore);
     if (!target) {
         SetLastError(ERROR_INVALID_HANDLE);
@@ -102,12 +106,7 @@ BOOL ReleaseSemaphore(HANDLE semaphore, LONG releaseCount, LONG* previousCount)
 
 DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds, BOOL alertable)
 {
-    DWORD error = 0;
-    if (sim::Injected("WaitForMultipleObjectsEx", error)) {
-        return WAIT_FAILED;
-    }
     auto& world = sim::TheWorld();
-    std::lock_guard<std::recursive_mutex> lock(world.Mutex());
     if (count == 0 || count > 64 || waitAll) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return WAIT_FAILED;
@@ -141,10 +140,6 @@ DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL waitAll,
 
 DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds)
 {
-    DWORD error = 0;
-    if (sim::Injected("WaitForMultipleObjects", error)) {
-        return WAIT_FAILED;
-    }
     return WaitForMultipleObjectsEx(count, handles, waitAll, milliseconds, 0);
 }
 

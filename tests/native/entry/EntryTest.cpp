@@ -1,200 +1,156 @@
-// The process entry, run whole on the simulated machine: what each command
-// line does, what it reports and what it exits with.
+// The process entry run whole: which role a command line chooses, what every
+// run reports first, and what each role leaves behind.
 #include "Entry.h"
 #include "InstallUserAction.h"
+#include "ProgramSwitches.h"
 #include "ServiceIdentity.h"
 #include "SimTest.h"
-
-#include <algorithm>
+#include "platform/sim/CommandLineSplit.h"
 
 namespace hf::test {
 namespace {
 
+using namespace std::string_literals;
 constexpr char16_t kExe[] = u"C:\\Program Files\\Tarnwick\\TarnwickHotFolder.exe";
+
+// The first keyword (A to Z folded) after "-" or "/" counts; -startservice wins, then the watcher switches,
+// else the service path. Rows: the role (S service, W watcher with i(nstall user), s(ervice); X start), the user.
+TEST(SwitchScan, ChoosesTheRoleOfTheCommandLine)
+{
+    // clang-format off
+    std::pair<const char16_t*, const char*> const rows[] = {
+        {u"hf.exe", "S:"},
+        {u"hf.exe -pause -asuser:DOMAIN\\name", "S:DOMAIN\\name"},
+        {u"hf.exe -asuser:A /asuser:B -asservice", "Ws:B"},
+        {u"hf.exe \"-asuser:OFFICE\\Jo Doe\" /CURRENTUSERxyz", "W:OFFICE\\Jo Doe"},
+        {u"hf.exe -currentuser -installuser -RegServer", "Wi:"},
+        {u"hf.exe -installuser -startservice", "X:"},
+        {u"hf.exe /StartServiceNow -asuser:B", "X:"},
+        {u"hf.exe -current -install -asserv -start currentuser \\asservice", "S:"},
+        {u"hf.exe -pauseinstalluser", "S:"},
+        {u"hf.exe -currentu\u017Fer", "S:"},
+    };
+    // clang-format on
+    for (auto const& [line, expected] : rows) {
+        auto arguments = sim::SplitCommandLine(line, u"C:\\x.exe");
+        ProgramSwitches const s = ScanProgramSwitches({arguments.begin() + 1, arguments.end()});
+        std::string const flags = s.runWatcher ? std::string(s.installUser ? "i" : "") + (s.asService ? "s" : "") : "";
+        EXPECT_EQ((s.startService ? "X"
+                   : s.runWatcher ? "W" + flags
+                                  : "S") +
+                      (":" + U8(s.asUserName)),
+                  expected)
+            << U8(line);
+    }
+}
 
 class EntryTest : public SimTest {
 protected:
-    // The watcher role ran: it tried to announce itself to the service, which
-    // is not registered here (message 52), watched its root (60) and ran its
-    // loop until the test's script ended (32).
-    bool WatcherRan() const
+    // Runs the executable with `arguments` as a fresh process; the reports after the first.
+    std::vector<std::string> Run(std::u16string const& arguments, int expectedExit)
     {
-        auto const ids = EventIds();
-        return std::find(ids.begin(), ids.end(), MSG_INSTANTIATE_SERVICE_FAILED) != ids.end() &&
-               std::find(ids.begin(), ids.end(), MSG_WATCHING_ROOT) != ids.end();
-    }
-
-    int Run(std::u16string const& arguments)
-    {
+        NewProcess();
+        world().eventLog.Clear();
         world().processes.current.commandLine = u"\"" + std::u16string(kExe) + u"\" " + arguments;
-        return HotFolderMain(nullptr, 1);
-    }
-    // Registered as the service, as "-Service" leaves the AppID; started by
-    // hand, the process then cannot reach the service dispatcher.
-    void RegisterAsService()
-    {
-        world().registry.SetString(HKEY_CLASSES_ROOT, u"AppID\\" + std::u16string(kAppId), u"LocalService",
-                                   kServiceName);
-    }
-    sim::Service& InstallService(DWORD state)
-    {
-        sim::Service& service = world().services.Install(kServiceName);
-        service.state = state;
-        return service;
+        EXPECT_EQ(HotFolderMain(nullptr, 1), expectedExit);
+        auto texts = RenderedEvents();
+        return {texts.begin() + (texts.empty() ? 0 : 1), texts.end()};
     }
 };
 
-TEST_F(EntryTest, EveryRunBeginsWithTheRawCommandLine)
+// Every run first reports its raw command line under the process owner.
+TEST_F(EntryTest, EveryRunFirstReportsItsRawCommandLineUnderTheProcessOwner)
 {
-    for (auto const* arguments : {u"", u"-startservice", u"-currentuser", u"-RegServer", u"/asservice  x"}) {
-        NewProcess();
-        world().eventLog.Clear();
-        std::u16string const line = u"\"" + std::u16string(kExe) + u"\" " + arguments;
-        Run(arguments);
-        ASSERT_FALSE(world().eventLog.Records().empty());
-        sim::EventRecord const& first = world().eventLog.Records().front();
-        EXPECT_EQ(first.eventId, MSG_LAUNCHED_WITH_COMMANDLINE);
-        EXPECT_EQ(first.type, EVENTLOG_INFORMATION_TYPE);
-        EXPECT_EQ(first.category, kCategoryUser);
-        ASSERT_EQ(first.strings.size(), 1u);
-        EXPECT_EQ(U8(first.strings[0]), U8(line));
-        EXPECT_EQ(U8(sim::EventLog::Render(first)), "Launched with commandline:\r\n" + U8(line) + "\r\n");
+    for (auto const* arguments : {u"-startservice", u"-currentuser", u"/asservice  x"}) {
+        world().processes.current.ownerSid = u"S-1-5-21-1-2-3-500";
+        Run(arguments, 0);
+        sim::EventRecord const r = world().eventLog.Records().at(0);
+        EXPECT_EQ(std::vector<DWORD>({r.eventId, r.type, r.category}),
+                  std::vector<DWORD>({MSG_LAUNCHED_WITH_COMMANDLINE, EVENTLOG_INFORMATION_TYPE, kCategoryUser}));
+        EXPECT_EQ(U8(r.userSid + u"|" + r.strings.at(0)) + "|" + std::to_string(r.strings.size()),
+                  "S-1-5-21-1-2-3-500|\"" + U8(kExe) + "\" " + U8(arguments) + "|1");
     }
 }
 
-TEST_F(EntryTest, StartServiceWithoutAnInstalledServiceExitsZeroWithMessage56)
+// -startservice exits 1 only when the start was accepted; every failure is
+// reported and exits 0, and nothing else of the command line is acted on.
+TEST_F(EntryTest, StartServiceExitsOneOnlyWhenTheStartIsAccepted)
 {
-    EXPECT_EQ(Run(u"-startservice"), 0);
-    EXPECT_EQ(EventIds(), (std::vector<DWORD>{MSG_LAUNCHED_WITH_COMMANDLINE, MSG_OPEN_SERVICE_FAILED}));
-    sim::EventRecord const failure = OnlyEvent(MSG_OPEN_SERVICE_FAILED);
-    EXPECT_EQ(failure.type, EVENTLOG_ERROR_TYPE);
-    EXPECT_EQ(RenderedEvents().back(), "Failed to open the service Tarnwick Hot Folders.  Error code: 1060\r\n");
-    EXPECT_EQ(HandlesLeftOpen(), 0) << "the manager handle is closed";
+    // The installed service's state (0: none), the failing call, its error, the exit code, the report.
+    // clang-format off
+    std::tuple<DWORD, const char*, DWORD, int, std::string> const rows[] = {
+        {0, nullptr, 0, 0, "Failed to open the service Tarnwick Hot Folders.  Error code: 1060\r\n"},
+        {0, "OpenSCManagerW", ERROR_ACCESS_DENIED, 0, "Failed to open the service control manager.  Error code: 5\r\n"},
+        {SERVICE_STOPPED, nullptr, 0, 1, ""},
+        {SERVICE_RUNNING, nullptr, 0, 0, ""},
+        {SERVICE_STOPPED, "StartServiceW", ERROR_SERVICE_DISABLED, 0, "Failed to start the service Tarnwick Hot Folders.  Error code: 1058\r\n"},
+    };
+    // clang-format on
+    world().registry.CreateKey(HKEY_CURRENT_USER, kRunKeyPath);
+    for (auto const& [state, failingCall, error, exitCode, report] : rows) {
+        SCOPED_TRACE(report);
+        world().services.Clear();
+        sim::Service* service = state ? &world().services.Install(kServiceName) : nullptr;
+        if (service) {
+            service->state = state;
+        }
+        world().faults.Fail(failingCall ? failingCall : "", error);  // "" fails nothing
+        EXPECT_EQ(Run(u"-installuser -startservice -currentuser", exitCode),
+                  report.empty() ? std::vector<std::string>{} : std::vector{report});
+        EXPECT_TRUE(world().eventLog.Records().back().type == EVENTLOG_ERROR_TYPE || report.empty());
+        EXPECT_EQ(service ? service->startRequests : 0, exitCode);
+        EXPECT_FALSE(world().registry.Value(HKEY_CURRENT_USER, kRunKeyPath, kRunValueName)) << "no Run value";
+        EXPECT_EQ(std::vector<long>({world().processes.threadsCreated, HandlesLeftOpen()}), std::vector<long>({0, 0}));
+    }
 }
 
-TEST_F(EntryTest, StartServiceWhenTheManagerCannotBeOpenedExitsZeroWithMessage55)
-{
-    world().faults.Fail("OpenSCManagerW", ERROR_ACCESS_DENIED);
-    EXPECT_EQ(Run(u"-startservice"), 0);
-    EXPECT_EQ(RenderedEvents().back(), "Failed to open the service control manager.  Error code: 5\r\n");
-}
-
-TEST_F(EntryTest, StartServiceExitsOneWhenTheStartIsAccepted)
-{
-    sim::Service& service = InstallService(1);
-    EXPECT_EQ(Run(u"-startservice"), 1);
-    EXPECT_EQ(service.startRequests, 1);
-    EXPECT_EQ(EventIds(), (std::vector<DWORD>{MSG_LAUNCHED_WITH_COMMANDLINE}));
-    EXPECT_EQ(HandlesLeftOpen(), 0);
-}
-
-TEST_F(EntryTest, StartServiceOfARunningServiceExitsZeroSilently)
-{
-    sim::Service& service = InstallService(4);
-    EXPECT_EQ(Run(u"-startservice"), 0);
-    EXPECT_EQ(service.startRequests, 0);
-    EXPECT_EQ(EventIds(), (std::vector<DWORD>{MSG_LAUNCHED_WITH_COMMANDLINE}));
-}
-
-TEST_F(EntryTest, StartServiceThatFailsReportsMessage57AndExitsZero)
-{
-    InstallService(1);
-    world().faults.Fail("StartServiceW", ERROR_SERVICE_DISABLED);
-    EXPECT_EQ(Run(u"-installuser -startservice -currentuser"), 0);
-    EXPECT_EQ(RenderedEvents().back(), "Failed to start the service Tarnwick Hot Folders.  Error code: 1058\r\n");
-    EXPECT_FALSE(world().registry.Value(HKEY_CURRENT_USER, kRunKeyPath, kRunValueName)) << "no Run value";
-    EXPECT_EQ(world().processes.threadsCreated, 0);
-}
-
+// -installuser writes the Run value (its size counts the terminating null) and
+// runs the watcher; where the key cannot be opened or written it says why and
+// runs the watcher all the same.
 TEST_F(EntryTest, InstallUserWritesTheRunValueAndRunsTheWatcher)
 {
-    world().registry.CreateKey(HKEY_CURRENT_USER, kRunKeyPath);
-    EXPECT_EQ(Run(u"-installuser"), 0);
-    auto const value = world().registry.Value(HKEY_CURRENT_USER, kRunKeyPath, kRunValueName);
-    ASSERT_TRUE(value);
-    EXPECT_EQ(value->type, REG_SZ);
-    std::u16string const expected = u"\"" + std::u16string(kExe) + u"\" -currentuser";
-    EXPECT_EQ(value->data.size(), (expected.size() + 1) * 2) << "the size counts the terminating null";
-    EXPECT_EQ(U8(*world().registry.String(HKEY_CURRENT_USER, kRunKeyPath, kRunValueName)), U8(expected));
-    EXPECT_TRUE(WatcherRan());
-    EXPECT_EQ(world().processes.threadsCreated, 0) << "the watcher role starts no supervisor";
-}
-
-TEST_F(EntryTest, InstallUserOverwritesAnEarlierRunValue)
-{
-    world().registry.SetString(HKEY_CURRENT_USER, kRunKeyPath, kRunValueName, u"old");
-    Run(u"-installuser");
-    EXPECT_EQ(U8(*world().registry.String(HKEY_CURRENT_USER, kRunKeyPath, kRunValueName)),
-              "\"" + U8(kExe) + "\" -currentuser");
-}
-
-TEST_F(EntryTest, InstallUserWithoutARunKeyReports47AndStillRunsTheWatcher)
-{
-    EXPECT_EQ(Run(u"-installuser"), 0);
-    EXPECT_EQ(U8(sim::EventLog::Render(OnlyEvent(MSG_OPEN_REGISTRY_KEY_FAILED))),
-              "Failed to open registry key Software\\Microsoft\\Windows\\CurrentVersion\\Run.  Error code: 2\r\n");
-    EXPECT_FALSE(world().registry.KeyExists(HKEY_CURRENT_USER, kRunKeyPath)) << "the key is never created";
-    EXPECT_TRUE(WatcherRan());
-    EXPECT_EQ(world().processes.threadsCreated, 0);
-}
-
-TEST_F(EntryTest, InstallUserThatCannotWriteReports53)
-{
-    world().registry.CreateKey(HKEY_CURRENT_USER, kRunKeyPath);
-    world().faults.Fail("RegSetValueExW", ERROR_ACCESS_DENIED);
-    EXPECT_EQ(Run(u"-installuser"), 0);
-    EXPECT_TRUE(WatcherRan());
-    EXPECT_EQ(U8(sim::EventLog::Render(OnlyEvent(MSG_WRITE_REGISTRY_VALUE_FAILED))),
-              "Failed to write registry key Software\\Microsoft\\Windows\\CurrentVersion\\Run, value Tarnwick Hot "
-              "Folder Watcher.  Error code: 5\r\n");
-    EXPECT_FALSE(world().registry.Value(HKEY_CURRENT_USER, kRunKeyPath, kRunValueName));
-}
-
-TEST_F(EntryTest, ServicePathStartsTheSupervisorAndReports58WhenTheServiceCannotRun)
-{
-    RegisterAsService();
-    EXPECT_EQ(Run(u"-pause -asuser:DOMAIN\\name"), 1063);
-    EXPECT_EQ(world().processes.threadsCreated, 1);
-    EXPECT_EQ(world().processes.threadsFinished, 1) << "the posted stop ended the supervisor";
-    sim::EventRecord const failure = OnlyEvent(MSG_SERVICE_RUN_FAILED);
-    EXPECT_EQ(failure.category, kCategoryService);
-    EXPECT_EQ(failure.type, EVENTLOG_ERROR_TYPE);
-    EXPECT_EQ(U8(sim::EventLog::Render(failure)), "Failed to start the service.  Error code: 1063\r\n");
-    EXPECT_EQ(world().eventLog.openSources, 0) << "the entry's reporters and the supervisor's are closed";
-    EXPECT_EQ(HandlesLeftOpen(), 0);
-}
-
-TEST_F(EntryTest, ServicePathWithoutASupervisorThreadStillEnds)
-{
-    RegisterAsService();
-    world().faults.Fail("CreateThread", ERROR_NOT_ENOUGH_MEMORY);
-    EXPECT_EQ(Run(u""), 1063);
-    EXPECT_EQ(world().processes.threadsCreated, 0);
-}
-
-TEST_F(EntryTest, ReportsCarryTheProcessOwnerAsUser)
-{
-    world().processes.current.ownerSid = u"S-1-5-21-1-2-3-500";
-    Run(u"-startservice");
-    for (auto const& record : world().eventLog.Records()) {
-        EXPECT_EQ(U8(record.userSid), "S-1-5-21-1-2-3-500");
+    std::string const key = "registry key Software\\Microsoft\\Windows\\CurrentVersion\\Run";
+    std::pair<std::string, std::string> const rows[] = {
+        {"", ""},
+        {"RegOpenKeyExW", "Failed to open " + key + ".  Error code: 5\r\n"},
+        {"RegSetValueExW", "Failed to write " + key + ", value Tarnwick Hot Folder Watcher.  Error code: 5\r\n"}};
+    for (auto const& [failingCall, report] : rows) {
+        world().registry.SetString(HKEY_CURRENT_USER, kRunKeyPath, kRunValueName, u"old");
+        world().faults.Fail(failingCall, ERROR_ACCESS_DENIED);  // "" fails nothing
+        auto reports = Run(u"-installuser", 0);
+        auto const value = world().registry.Value(HKEY_CURRENT_USER, kRunKeyPath, kRunValueName);
+        std::u16string const data(reinterpret_cast<char16_t const*>(value->data.data()), value->data.size() / 2);
+        EXPECT_EQ(std::to_string(value->type) + U8(data),
+                  "1" + (report.empty() ? "\"" + U8(kExe) + "\" -currentuser" + '\0' : "old"s + '\0'));
+        std::vector<std::string> expected = {"Failed to instantiate service.  Error code: 0x80040154.\r\n",
+                                             "Watching for changes to the root hot folder directory %s.\r\n"};
+        expected.insert(expected.begin(), report.empty() ? 0 : 1, report);
+        reports.resize(std::min(reports.size(), expected.size()));
+        EXPECT_EQ(reports, expected);
+        EXPECT_EQ(world().processes.threadsCreated, 0) << "the watcher role starts no supervisor";
     }
 }
 
-TEST_F(EntryTest, ReportsGoWithoutUserWhenTheOwnerCannotBeRead)
+// Started by hand while registered as the service, the process cannot reach
+// the service dispatcher: it reports 1063, stops its supervisor and ends, with
+// or without one.
+TEST_F(EntryTest, TheServicePathEndsWith1063WhenTheServiceCannotRun)
 {
-    world().faults.Fail("GetSecurityInfo", ERROR_ACCESS_DENIED);
-    Run(u"-startservice");
-    ASSERT_FALSE(world().eventLog.Records().empty());
-    EXPECT_TRUE(world().eventLog.Records().front().userSid.empty());
-}
-
-TEST_F(EntryTest, AnUnregisteredSourceReportsNothingAndTheRunGoesOn)
-{
-    world().faults.Fail("RegisterEventSourceW", ERROR_ACCESS_DENIED);
-    InstallService(1);
-    EXPECT_EQ(Run(u"-startservice"), 1);
-    EXPECT_TRUE(world().eventLog.Records().empty());
+    world().registry.SetString(HKEY_CLASSES_ROOT, u"AppID\\" + std::u16string(kAppId), u"LocalService", kServiceName);
+    for (bool thread : {true, false}) {
+        world().faults.Fail(thread ? "" : "CreateThread", ERROR_NOT_ENOUGH_MEMORY);  // "" fails nothing
+        int const created = world().processes.threadsCreated, finished = world().processes.threadsFinished;
+        Run(u"-pause -asuser:DOMAIN\\name", 1063);
+        EXPECT_EQ(
+            std::vector({world().processes.threadsCreated - created, world().processes.threadsFinished - finished}),
+            std::vector({int{thread}, int{thread}}));
+        EXPECT_EQ(world().ExhaustedWaits(), 0) << "the supervisor ended on the posted stop";
+        sim::EventRecord const f = OnlyEvent(MSG_SERVICE_RUN_FAILED);
+        EXPECT_EQ(std::to_string(f.type) + std::to_string(f.category) + U8(sim::EventLog::Render(f)),
+                  std::to_string(EVENTLOG_ERROR_TYPE) + std::to_string(kCategoryService) +
+                      "Failed to start the service.  Error code: 1063\r\n");
+        EXPECT_EQ(std::vector<long>({world().eventLog.openSources, HandlesLeftOpen()}), std::vector<long>({0, 0}));
+    }
 }
 
 }  // namespace

@@ -1,23 +1,26 @@
-// The service module on the simulated machine: the AppID decides between the
-// service and the local server; the service reports its states and turns
-// control requests into commands for the supervisor; the local server ends
-// when its last COM reference goes.
+// The service module: the AppID decides between service and local server; the service turns control
+// requests into commands; the local server ends after its last COM reference; FolderService on the store.
 #include "ServiceIdentity.h"
 #include "SimTest.h"
 #include "platform/Com.h"
 #include "platform/Process.h"
+#include "service/FolderService.h"
 #include "service/HotFolderModule.h"
+#include "supervisor/BinaryValueReader.h"
 #include "supervisor/CommandQueue.h"
+#include "supervisor/PasswordProtection.h"
+#include "supervisor/UserStore.h"
+
+#include <algorithm>
 
 namespace hf::test {
 namespace {
 
 constexpr char16_t kAppIdKey[] = u"AppID\\{C04A1F20-6D3A-4888-9FEE-A82D8DA28254}";
+using Commands = std::vector<std::pair<DWORD, std::string>>;
 
 class ServiceModuleTest : public SimTest {
 protected:
-    ServiceModuleTest() { world().registry.CreateKey(HKEY_CLASSES_ROOT, kAppIdKey); }
-
     // Registered as the service and started by the service control manager.
     sim::Service& StartedByTheManager()
     {
@@ -25,64 +28,50 @@ protected:
         world().services.dispatcherReachable = true;
         return world().services.Install(kServiceName);
     }
-
-    // The commands queued for the supervisor, taken in order.
-    std::vector<DWORD> QueuedCommands()
+    // The commands queued for the supervisor, taken in order, with their arguments.
+    Commands Queued()
     {
-        std::vector<DWORD> codes;
-        HANDLE semaphore = TheCommandQueue().Semaphore();
-        while (os::WaitForSingleObject(semaphore, 0) == WAIT_OBJECT_0) {
-            codes.push_back(TheCommandQueue().Take().code);
+        Commands commands;
+        while (os::WaitForSingleObject(TheCommandQueue().Semaphore(), 0) == WAIT_OBJECT_0) {
+            Command const command = TheCommandQueue().Take();
+            commands.emplace_back(command.code, U8(command.argument));
         }
-        return codes;
-    }
-
-    // The module's own log lines: information events of category 0 and id 0
-    // without a user.
-    std::vector<std::string> ModuleLog()
-    {
-        std::vector<std::string> lines;
-        for (auto const& record : world().eventLog.WithId(0)) {
-            EXPECT_EQ(record.type, EVENTLOG_INFORMATION_TYPE);
-            EXPECT_EQ(record.category, 0);
-            EXPECT_TRUE(record.userSid.empty());
-            EXPECT_EQ(U8(record.source), "Tarnwick Hot Folders");
-            lines.push_back(U8(record.strings.at(0)));
-        }
-        return lines;
+        return commands;
     }
 };
 
-TEST_F(ServiceModuleTest, AServiceRunsUntilStoppedAndQueuesTheStopBeforeItReportsStopPending)
+// The class object is published suspended until the service runs; pause and continue become commands,
+// other requests change nothing or are logged; the stop is queued before stop-pending is reported.
+TEST_F(ServiceModuleTest, AServiceRunsUntilStoppedAndTurnsRequestsIntoCommands)
 {
     sim::Service& service = StartedByTheManager();
-    std::vector<std::string> seen;
+    Commands atStopPending;
     service.onStatus = [&](DWORD state) {
-        auto const& objects = world().com.classObjects;
-        if (state == SERVICE_RUNNING) {
-            // Published before the service says it runs, resumed only afterwards.
-            ASSERT_EQ(objects.size(), 1u);
-            EXPECT_TRUE(os::SameGuid(objects[0].clsid, os::CLSID_FolderService));
-            EXPECT_EQ(objects[0].classContext, 4u);
-            EXPECT_EQ(objects[0].flags, 5u);
-            EXPECT_TRUE(objects[0].suspended);
-        }
-        if (state == SERVICE_STOP_PENDING) {
-            seen.push_back(QueuedCommands() == std::vector<DWORD>{CMD_STOP} ? "stop queued" : "stop missing");
-        }
+        auto const& published = world().com.classObjects;
+        EXPECT_TRUE(state != SERVICE_RUNNING || (published.size() == 1 && published[0].suspended &&
+                                                 os::SameGuid(published[0].clsid, os::CLSID_FolderService)));
+        atStopPending = state == SERVICE_STOP_PENDING ? Queued() : atStopPending;
     };
     world().After(10, [&] {
         EXPECT_FALSE(world().com.classObjects.at(0).suspended) << "clients reach FolderService while the loop runs";
-        service.handler(SERVICE_CONTROL_STOP);
+        for (DWORD control : {SERVICE_CONTROL_PAUSE, SERVICE_CONTROL_CONTINUE, SERVICE_CONTROL_INTERROGATE,
+                              SERVICE_CONTROL_SHUTDOWN, DWORD{0x80}, SERVICE_CONTROL_STOP}) {
+            service.handler(control);
+        }
     });
 
     EXPECT_EQ(TheModule().Start(1), 0);
-
     EXPECT_EQ(service.reportedStates, (std::vector<DWORD>{2, 4, 3, 1}));
-    EXPECT_EQ(seen, std::vector<std::string>{"stop queued"});
-    EXPECT_EQ(ModuleLog(), (std::vector<std::string>{"Service started/resumed", "Service stopped"}));
-    EXPECT_TRUE(world().com.classObjects.empty()) << "revoked when the loop ended";
-    EXPECT_EQ(world().com.apartments, 0);
+    EXPECT_EQ(atStopPending, (Commands{{CMD_PAUSE, ""}, {CMD_RUN, ""}, {CMD_STOP, ""}}));
+    std::string log;  // id, category, type, user, source, text
+    for (auto const& r : world().eventLog.Records()) {
+        log += std::to_string(r.eventId * 100 + r.category * 10 + r.type) + U8(r.userSid + u" " + r.source) + ": " +
+               U8(r.strings.at(0)) + "\n";
+    }
+    EXPECT_EQ(log,
+              "4 Tarnwick Hot Folders: Service started/resumed\n4 Tarnwick Hot Folders: Bad service request\n"
+              "4 Tarnwick Hot Folders: Service stopped\n");
+    EXPECT_TRUE(world().com.classObjects.empty() && world().com.apartments == 0) << "revoked when the loop ended";
     EXPECT_EQ(world().processes.current.standardOutput, "") << "a service logs to the event log only";
 }
 
@@ -94,82 +83,132 @@ TEST_F(ServiceModuleTest, AStopThatComesTheMomentTheServiceRunsEndsItsLoop)
             service.handler(SERVICE_CONTROL_STOP);
         }
     };
-
     EXPECT_EQ(TheModule().Start(1), 0);
-
     EXPECT_EQ(service.reportedStates, (std::vector<DWORD>{2, 4, 3, 1}));
     EXPECT_EQ(world().ExhaustedWaits(), 0) << "the loop ended on the stop's WM_QUIT, not for want of messages";
 }
 
-TEST_F(ServiceModuleTest, ControlRequestsBecomeCommandsWithoutChangingTheReportedState)
+// Only a terminated LocalService string makes a service (by hand it cannot reach the dispatcher: 1063);
+// a local server runs until a second after its last object goes.
+TEST_F(ServiceModuleTest, ALocalServerEndsASecondAfterItsLastObjectIsReleased)
 {
-    sim::Service& service = StartedByTheManager();
-    world().After(10, [&] {
-        for (DWORD control : {SERVICE_CONTROL_PAUSE, SERVICE_CONTROL_CONTINUE, SERVICE_CONTROL_INTERROGATE,
-                              SERVICE_CONTROL_SHUTDOWN, DWORD{0x80}, SERVICE_CONTROL_STOP}) {
-            service.handler(control);
-        }
-    });
-
-    EXPECT_EQ(TheModule().Start(1), 0);
-
-    EXPECT_EQ(QueuedCommands(), (std::vector<DWORD>{CMD_PAUSE, CMD_RUN, CMD_STOP}));
-    EXPECT_EQ(service.reportedStates, (std::vector<DWORD>{2, 4, 3, 1}));
-    EXPECT_EQ(ModuleLog(),
-              (std::vector<std::string>{"Service started/resumed", "Bad service request", "Service stopped"}));
-}
-
-TEST_F(ServiceModuleTest, ALocalServerEndsWhenItsLastObjectIsReleased)
-{
-    world().After(10, [&] {
-        void* object = nullptr;
-        ASSERT_EQ(os::CoCreateInstance(os::CLSID_FolderService, nullptr, CLSCTX_LOCAL_SERVER, os::IID_IFolderService,
-                                       &object),
-                  S_OK);
-        EXPECT_EQ(world().com.serverReferences, 1);
-        static_cast<os::IFolderService*>(object)->Release();
-    });
-    DWORD const started = world().Ticks();
-
-    EXPECT_EQ(TheModule().Start(1), 0);
-
-    EXPECT_EQ(world().com.serverReferences, 0);
-    EXPECT_TRUE(world().com.classObjects.empty());
-    EXPECT_EQ(world().processes.threadsFinished, 1) << "the shutdown monitor posted the quit";
-    EXPECT_EQ(world().Ticks() - started, 1010u) << "the loop pauses a second after revoking";
-    EXPECT_TRUE(QueuedCommands().empty());
-    EXPECT_TRUE(world().services.All().empty() || world().services.Find(kServiceName)->reportedStates.empty());
-}
-
-TEST_F(ServiceModuleTest, OnlyAProperLocalServiceStringMakesTheProcessAService)
-{
-    struct Case {
-        DWORD type;
-        std::vector<BYTE> data;
-        bool service;
-    };
-    std::vector<BYTE> const terminated = {'T', 0, 'H', 0, 'F', 0, 0, 0};
-    Case const cases[] = {
-        {REG_SZ, terminated, true},
-        {REG_EXPAND_SZ, terminated, true},
-        {REG_SZ, {'T', 0, 'H', 0, 'F', 0}, false},
-        {REG_BINARY, terminated, false},
-        {REG_SZ, std::vector<BYTE>(600, 'x'), false},
-    };
-    for (auto const& c : cases) {
+    std::vector<BYTE> const ended = {'T', 0, 'H', 0, 'F', 0, 0, 0}, open = {'T', 0, 'H', 0}, big(600, 0);
+    for (auto const& [type, data] :
+         {std::pair{REG_SZ, ended}, {REG_EXPAND_SZ, ended}, {REG_SZ, open}, {REG_BINARY, ended}, {REG_SZ, big}}) {
         NewProcess();
-        world().registry.SetRaw(HKEY_CLASSES_ROOT, kAppIdKey, u"LocalService", c.type, c.data);
-        // Started by hand: a service cannot reach the dispatcher (1063); a
-        // local server runs its loop until the script ends (0).
-        EXPECT_EQ(TheModule().Start(1), c.service ? 1063 : 0) << c.type << " " << c.data.size();
+        world().registry.SetRaw(HKEY_CLASSES_ROOT, kAppIdKey, u"LocalService", type, data);
+        EXPECT_EQ(TheModule().Start(1), type != REG_BINARY && data.size() == 8 ? 1063 : 0)
+            << type << " " << data.size();
     }
+    world().registry.Clear();
+    NewProcess();
+    EXPECT_EQ(TheModule().Start(1), static_cast<LONG>(ERROR_FILE_NOT_FOUND)) << "no AppID";
+
+    // While one of two clients remains the server runs on (here until the script runs out).
+    int waitsRunOut[2] = {};
+    for (bool keepOne : {true, false}) {
+        NewProcess();
+        world().registry.CreateKey(HKEY_CLASSES_ROOT, kAppIdKey);
+        void* objects[2] = {};
+        world().After(10, [&] {
+            for (void*& object : objects) {
+                ASSERT_EQ(os::CoCreateInstance(os::CLSID_FolderService, nullptr, CLSCTX_LOCAL_SERVER,
+                                               os::IID_IFolderService, &object),
+                          S_OK);
+            }
+            static_cast<os::IFolderService*>(objects[0])->Release();
+        });
+        if (!keepOne) {
+            world().After(20, [&] { static_cast<os::IFolderService*>(objects[1])->Release(); });
+        }
+        DWORD const started = world().Ticks();
+        int const exhausted = world().ExhaustedWaits();
+        EXPECT_EQ(TheModule().Start(1), 0);
+        waitsRunOut[keepOne] = world().ExhaustedWaits() - exhausted;
+        EXPECT_EQ(world().Ticks() - started, keepOne ? 1010u : 1020u);
+        if (keepOne) {
+            static_cast<os::IFolderService*>(objects[1])->Release();
+        }
+        EXPECT_TRUE(world().com.serverReferences == 0 && world().com.classObjects.empty() && Queued().empty());
+    }
+    EXPECT_EQ(waitsRunOut[true], waitsRunOut[false] + 1) << "with a client left, the server waited for it";
 }
 
-TEST_F(ServiceModuleTest, WithoutTheAppIdTheStartFailsWithTheRegistrysError)
+using ServicePtr = std::unique_ptr<os::IFolderService, void (*)(os::IUnknown*)>;
+
+ServicePtr CreateFolderService(os::IUnknown* outer = nullptr, HRESULT expected = S_OK)
 {
-    world().registry.DeleteKeyTree(HKEY_CLASSES_ROOT, kAppIdKey);
-    EXPECT_EQ(TheModule().Start(1), static_cast<LONG>(ERROR_FILE_NOT_FOUND));
-    EXPECT_TRUE(world().com.classObjects.empty());
+    void* object = nullptr;
+    EXPECT_EQ(FolderServiceClassObject()->CreateInstance(outer, os::IID_IFolderService, &object), expected);
+    return ServicePtr(static_cast<os::IFolderService*>(object), [](os::IUnknown* unknown) { unknown->Release(); });
+}
+
+// Each object holds a server reference; as a service the module gives back only its own lock count.
+// Aggregated, the caller must ask for IUnknown. A pipe name is queued up to its first null.
+TEST_F(ServiceModuleTest, FolderServiceObjectsHoldTheServerAndQueueConnectRequests)
+{
+    {
+        ServicePtr service = CreateFolderService();
+        ServicePtr second = CreateFolderService();
+        EXPECT_EQ(world().com.serverReferences, 2);
+        os::BSTR const name = os::SysAllocStringLen(u"\\\\.\\pipe\\W_A_b\0tail", 19);
+        EXPECT_EQ(service->ConnectWatcher(name), S_OK);
+        EXPECT_EQ(service->ConnectWatcher(nullptr), S_OK);
+        os::SysFreeString(name);
+        EXPECT_EQ(Queued(), (Commands{{CMD_CONNECT, "\\\\.\\pipe\\W_A_b"}, {CMD_CONNECT, ""}}));
+    }
+    EXPECT_EQ((std::pair<long, long>(world().com.serverReferences, TheModule().LockCount())),
+              (std::pair<long, long>(2, -2)));
+
+    ServicePtr outer = CreateFolderService();
+    EXPECT_EQ(CreateFolderService(outer.get(), CLASS_E_NOAGGREGATION), nullptr);
+    void* inner = nullptr;
+    ASSERT_EQ(FolderServiceClassObject()->CreateInstance(outer.get(), os::IID_IUnknown, &inner), S_OK);
+    void* delegating = nullptr;  // its references count on the controlling object
+    ASSERT_EQ(static_cast<os::IUnknown*>(inner)->QueryInterface(os::IID_IFolderService, &delegating), S_OK);
+    static_cast<os::IFolderService*>(delegating)->Release();
+    int const locks = TheModule().LockCount();
+    static_cast<os::IUnknown*>(inner)->Release();
+    EXPECT_EQ(TheModule().LockCount(), locks - 1) << "the inner object ends with its own last reference";
+}
+
+// The store's Win32 results come back as HRESULTs; a failed query leaves the caller's answer alone;
+// the whole password, nulls and all, is sealed.
+TEST_F(ServiceModuleTest, FolderServiceInstallsQueriesAndUninstallsUsersThroughTheStore)
+{
+    ServicePtr service = CreateFolderService();
+    std::vector<os::BSTR> texts;
+    auto bstr = [&](std::u16string const& text) {
+        return texts.emplace_back(os::SysAllocStringLen(text.data(), static_cast<unsigned>(text.size())));
+    };
+    os::VARIANT_BOOL installed = 7;
+    EXPECT_EQ((std::pair{service->IsUserInstalled(bstr(u"OFFICE\\clerk"), &installed), installed}),
+              std::pair(S_OK, VARIANT_FALSE));
+
+    std::u16string const password(u"pa\0ss", 5);
+    EXPECT_EQ(service->InstallUser(bstr(u"OFFICE\\clerk"), bstr(password)), S_OK);
+    EXPECT_EQ((std::pair{service->IsUserInstalled(bstr(u"OFFICE\\clerk"), &installed), installed}),
+              std::pair(S_OK, VARIANT_TRUE));
+    EventReporter events(kCategoryService);
+    BinaryValueReader const value(UserStore::Open().key(), u"OFFICE\\clerk");
+    auto opened = UnprotectPassword(u"OFFICE\\clerk", value.data(), value.size(), events);
+    ASSERT_TRUE(opened);
+    EXPECT_EQ(std::u16string(opened->password().c_str(), opened->password().length()), password);
+    EXPECT_EQ(
+        (std::vector{service->UninstallUser(bstr(u"OFFICE\\clerk")), service->UninstallUser(bstr(u"OFFICE\\clerk"))}),
+        (std::vector<HRESULT>{S_OK, static_cast<HRESULT>(0x80070002u)}));
+
+    world().registry.SetString(HKEY_LOCAL_MACHINE, kUserStoreKeyPath, u"OFFICE\\typed", u"not binary");
+    installed = 7;
+    EXPECT_EQ(service->IsUserInstalled(bstr(u"OFFICE\\typed"), &installed), static_cast<HRESULT>(0x8007000Du));
+    world().faults.Fail("RegCreateKeyExW", ERROR_ACCESS_DENIED, 3);
+    HRESULT const denied = static_cast<HRESULT>(0x80070005u);
+    EXPECT_EQ((std::vector{service->IsUserInstalled(bstr(u"OFFICE\\clerk"), &installed),
+                           service->InstallUser(bstr(u"OFFICE\\clerk"), bstr(u"secret")),
+                           service->UninstallUser(bstr(u"OFFICE\\clerk")), HRESULT{installed}}),
+              (std::vector<HRESULT>{denied, denied, denied, 7}));
+    EXPECT_FALSE(world().registry.Value(HKEY_LOCAL_MACHINE, kUserStoreKeyPath, u"OFFICE\\clerk"));
+    std::for_each(texts.begin(), texts.end(), os::SysFreeString);
 }
 
 }  // namespace

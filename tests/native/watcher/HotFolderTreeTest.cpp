@@ -6,239 +6,189 @@
 namespace hf::test {
 namespace {
 
-class HotFolderTreeTest : public WatcherTest {};
+std::string const kNotWatched = "Failed to watch the root hot folder directory %s.\r\n";
 
-TEST_F(HotFolderTreeTest, StartUpMakesAMissingRootAndFindsNoHotFolders)
+struct StartCase {
+    const char* fails;
+    DWORD error;
+    TreeStart start;
+    std::vector<std::string> events;
+};
+
+void PrintTo(StartCase const& c, std::ostream* os)
 {
-    ASSERT_FALSE(world().files.Exists(kRoot));
-
-    EXPECT_EQ(Start(), TreeStart::Watching);
-
-    EXPECT_EQ(U8(rootPath), U8(kRoot));
-    EXPECT_TRUE(world().files.IsDirectory(kRoot));
-    EXPECT_TRUE(watcher.specsByIni.empty());
-    EXPECT_EQ(EventIds(), (std::vector<DWORD>{MSG_WATCHING_ROOT}));
-    sim::EventRecord const watching = OnlyEvent(MSG_WATCHING_ROOT);
-    EXPECT_EQ(watching.type, EVENTLOG_INFORMATION_TYPE);
-    ASSERT_EQ(watching.strings.size(), 1u);
-    EXPECT_EQ(U8(watching.strings[0]), U8(kRoot));
-    EXPECT_EQ(RenderedEvents().back(), "Watching for changes to the root hot folder directory %s.\r\n")
-        << "the text keeps its %s; the path travels as the insertion string only";
+    *os << c.fails;
 }
 
-TEST_F(HotFolderTreeTest, StartUpDiscoversTheHotFoldersThatExist)
+// Start-up makes the missing root and loads its hot folders; each failure
+// reports the step that failed, as an error, and ends the start there (an
+// unreadable listing only loads nothing). Messages 59 and 60 keep their %s:
+// the path travels as the insertion string only.
+StartCase const kStartCases[] = {
+    {"none", 0, TreeStart::Watching, {"Watching for changes to the root hot folder directory %s.\r\n"}},
+    {"FindFirstFileW", 5, TreeStart::Watching, {"Watching for changes to the root hot folder directory %s.\r\n"}},
+    {"SHGetFolderPathW",
+     5,
+     TreeStart::NoRootFolder,
+     {"Failed to create user's hot folder folder .  Error code: 5\r\n"}},
+    {"CreateDirectoryW",
+     5,
+     TreeStart::NoRootFolder,
+     {"Failed to create user's hot folder folder " + kRoot8 + ".  Error code: 5\r\n"}},
+    {"CreateFileW",
+     5,
+     TreeStart::RootNotWatched,
+     {"Failed to open user's hot folder folder " + kRoot8 + ".  Error code: 5\r\n", kNotWatched}},
+    {"ReadDirectoryChangesW",
+     87,
+     TreeStart::RootNotWatched,
+     {"ReadDirectoryChangesW(" + kRoot8 + ") failed.  Error code: 87\r\n", kNotWatched}},
+};
+
+class TreeStartUp : public WatcherTest, public ::testing::WithParamInterface<StartCase> {};
+
+TEST_P(TreeStartUp, MakesTheRootOrReportsTheFailingStep)
+{
+    StartCase const& c = GetParam();
+    bool const watching = c.start == TreeStart::Watching;
+    if (c.start != TreeStart::NoRootFolder) {
+        WriteHotFolder(u"Invoices", "In");
+    }
+    world().faults.Fail(c.fails, c.error);
+
+    EXPECT_EQ(Start(), c.start);
+
+    EXPECT_EQ(RenderedEvents(), c.events);
+    for (auto const& record : world().eventLog.Records()) {
+        EXPECT_EQ(record.type, watching ? EVENTLOG_INFORMATION_TYPE : EVENTLOG_ERROR_TYPE);
+    }
+    EXPECT_EQ(EventsWithId(watching ? MSG_WATCHING_ROOT : MSG_WATCH_ROOT_FAILED),
+              c.start == TreeStart::NoRootFolder ? std::vector<std::string>{} : std::vector<std::string>{kRoot8});
+    EXPECT_EQ(LoadedHotFolders().size(), watching && c.error == 0 ? 1u : 0u);
+    EXPECT_EQ(world().files.IsDirectory(kRoot), c.start != TreeStart::NoRootFolder);
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, TreeStartUp, ::testing::ValuesIn(kStartCases));
+
+class HotFolderTreeTest : public WatcherTest {};
+
+TEST_F(HotFolderTreeTest, StartUpLoadsTheHotFoldersOfTheFirstLevel)
 {
     WriteHotFolder(u"Invoices", "In");
     WriteHotFolder(u"Letters", "D:\\Letters\\In");
     world().files.MakeDirectory(u"D:\\Letters\\In");
-    WriteHotFolder(u"Hidden", "D:\\Hidden");
-    world().files.MakeDirectory(u"D:\\Hidden");
-    world().files.SetAttributes(InRoot(u"Hidden"), 0x2 | 0x4);  // hidden, system
-    world().files.WriteFile(InRoot(u"Lower\\desktop.ini"), DesktopIniText("In", "Out", "s.py"));
+    WriteHotFolder(u"Hidden", "D:\\Letters\\In");
+    world().files.WriteFile(InRoot(u"Lower\\desktop.ini"), Ini("In"));
     world().files.WriteFile(InRoot(u"Incomplete\\Desktop.ini"), "[Tarnwick]\r\nInputFolder=In\r\n");
-    world().files.WriteFile(InRoot(u"Invoices\\Nested\\Desktop.ini"), DesktopIniText("D:\\Nested", "Out", "s.py"));
-    world().files.MakeDirectory(InRoot(u"Empty"));
-    world().files.WriteFile(InRoot(u"Desktop.ini"), DesktopIniText("D:\\Root", "Out", "s.py"));
+    world().files.WriteFile(InRoot(u"Invoices\\Nested\\Desktop.ini"), Ini("D:\\Nested"));
+    world().files.WriteFile(InRoot(u"Desktop.ini"), Ini("D:\\Root"));
 
     ASSERT_EQ(Start(), TreeStart::Watching);
 
     EXPECT_EQ(LoadedHotFolders(),
-              (std::vector<std::string>{U8(InRoot(u"Hidden\\Desktop.ini")), U8(InRoot(u"Invoices\\Desktop.ini")),
-                                        U8(InRoot(u"Letters\\Desktop.ini")), U8(InRoot(u"Lower\\Desktop.ini"))}))
-        << "first-level folders only, hidden ones included, a lower-case file found all the same";
-    EXPECT_EQ(watcher.specsByInput.size(), 4u);
+              (std::vector<std::string>{kRoot8 + "\\Hidden\\Desktop.ini", kRoot8 + "\\Invoices\\Desktop.ini",
+                                        kRoot8 + "\\Letters\\Desktop.ini", kRoot8 + "\\Lower\\Desktop.ini"}));
     EXPECT_EQ(WatchOf(InRoot(u"Invoices\\In")), rootWatch.get());
     EXPECT_EQ(WatchOf(InRoot(u"Lower\\In")), rootWatch.get());
     EXPECT_EQ(rootWatch->useCount, 3u) << "its own use and two input folders below the root";
     DirectoryWatch* letters = WatchOf(u"D:\\Letters\\In");
     ASSERT_NE(letters, nullptr);
     EXPECT_NE(letters, rootWatch.get());
-    EXPECT_EQ(letters->useCount, 1u);
+    EXPECT_EQ(letters->useCount, 2u);
     EXPECT_EQ(U8(letters->path), "D:\\Letters\\In");
-    EXPECT_EQ(EventIds(), (std::vector<DWORD>{MSG_WATCHING_ROOT}));
+    EXPECT_EQ(watcher.watches.size(), 3u);
 }
 
-TEST_F(HotFolderTreeTest, WhenTheShellFolderIsUnknownMessage34HasAnEmptyPath)
-{
-    world().faults.Fail("SHGetFolderPathW", ERROR_ACCESS_DENIED);
-
-    EXPECT_EQ(Start(), TreeStart::NoRootFolder);
-
-    EXPECT_TRUE(rootPath.empty());
-    sim::EventRecord const failure = OnlyEvent(MSG_CREATE_ROOT_FAILED);
-    EXPECT_EQ(failure.type, EVENTLOG_ERROR_TYPE);
-    EXPECT_EQ(RenderedEvents().back(), "Failed to create user's hot folder folder .  Error code: 5\r\n");
-}
-
-TEST_F(HotFolderTreeTest, WhenTheRootCannotBeMadeMessage34NamesIt)
-{
-    world().faults.Fail("CreateDirectoryW", ERROR_ACCESS_DENIED);
-
-    EXPECT_EQ(Start(), TreeStart::NoRootFolder);
-
-    EXPECT_EQ(EventIds(), (std::vector<DWORD>{MSG_CREATE_ROOT_FAILED}));
-    EXPECT_EQ(RenderedEvents().back(),
-              "Failed to create user's hot folder folder " + U8(kRoot) + ".  Error code: 5\r\n");
-}
-
-TEST_F(HotFolderTreeTest, ARootThatCannotBeOpenedReports35Then59)
-{
-    world().faults.Fail("CreateFileW", ERROR_ACCESS_DENIED);
-
-    EXPECT_EQ(Start(), TreeStart::RootNotWatched);
-
-    EXPECT_EQ(EventIds(), (std::vector<DWORD>{MSG_OPEN_FOLDER_FAILED, MSG_WATCH_ROOT_FAILED}));
-    EXPECT_EQ(RenderedEvents()[0], "Failed to open user's hot folder folder " + U8(kRoot) + ".  Error code: 5\r\n");
-    EXPECT_EQ(RenderedEvents()[1], "Failed to watch the root hot folder directory %s.\r\n");
-    EXPECT_EQ(EventsWithId(MSG_WATCH_ROOT_FAILED), (std::vector<std::string>{U8(kRoot)}));
-    EXPECT_EQ(OnlyEvent(MSG_WATCH_ROOT_FAILED).type, EVENTLOG_ERROR_TYPE);
-}
-
-TEST_F(HotFolderTreeTest, ARootThatCannotBeWatchedReports36Then59AndLoadsNoHotFolders)
-{
-    WriteHotFolder(u"Invoices", "In");
-    world().faults.Fail("ReadDirectoryChangesW", ERROR_INVALID_PARAMETER);
-
-    EXPECT_EQ(Start(), TreeStart::RootNotWatched);
-
-    EXPECT_EQ(EventIds(), (std::vector<DWORD>{MSG_READ_DIRECTORY_CHANGES_FAILED, MSG_WATCH_ROOT_FAILED}));
-    EXPECT_EQ(RenderedEvents()[0], "ReadDirectoryChangesW(" + U8(kRoot) + ") failed.  Error code: 87\r\n");
-    EXPECT_TRUE(watcher.specsByIni.empty());
-}
-
-TEST_F(HotFolderTreeTest, AnUnreadableRootListingLoadsNothingSilentlyButLaterChangesAreSeen)
-{
-    world().files.MakeDirectory(u"D:\\In");
-    WriteHotFolder(u"Invoices", "D:\\In");
-    world().faults.Fail("FindFirstFileW", ERROR_ACCESS_DENIED);
-
-    ASSERT_EQ(Start(), TreeStart::Watching);
-    EXPECT_TRUE(watcher.specsByIni.empty());
-    EXPECT_EQ(EventIds(), (std::vector<DWORD>{MSG_WATCHING_ROOT}));
-
-    world().files.Touch(InRoot(u"Invoices\\Desktop.ini"));
-    RunCompletions();
-    EXPECT_EQ(LoadedHotFolders(), (std::vector<std::string>{U8(InRoot(u"Invoices\\Desktop.ini"))}));
-}
-
-TEST_F(HotFolderTreeTest, ADesktopIniWrittenEditedDeletedAndRestored)
+// Desktop.ini files written, edited to move an input folder, stripped of a
+// key, renamed away and back, deleted: the hot folders follow, and their
+// watches, shared by use count, with them.
+TEST_F(HotFolderTreeTest, TheLifeOfTwoHotFoldersOnOneFolder)
 {
     world().files.MakeDirectory(u"D:\\In");
     world().files.MakeDirectory(u"D:\\Elsewhere");
     ASSERT_EQ(Start(), TreeStart::Watching);
-    std::string const ini = U8(InRoot(u"Invoices\\Desktop.ini"));
+    std::size_t const handles = world().OpenHandleCount();
 
-    // Written: the folder becomes a hot folder with a watch on its input folder.
     WriteHotFolder(u"Invoices", "D:\\In");
+    WriteHotFolder(u"Archive", "D:\\In");
     RunCompletions();
-    EXPECT_EQ(LoadedHotFolders(), (std::vector<std::string>{ini}));
-    ASSERT_NE(WatchOf(u"D:\\In"), nullptr);
-    EXPECT_EQ(WatchOf(u"D:\\In")->useCount, 1u);
-    EXPECT_EQ(EventsWithId(MSG_FILE_ADDED).front(), U8(kRoot) + "|Invoices\\Desktop.ini");
-
-    // Edited with the input folder moved: the old watch ends, the new folder gets one.
-    std::size_t const handlesBefore = world().OpenHandleCount();
-    WriteHotFolder(u"Invoices", "D:\\Elsewhere");
-    RunCompletions();
-    EXPECT_EQ(LoadedHotFolders(), (std::vector<std::string>{ini}));
-    EXPECT_EQ(U8((*watcher.specsByIni.begin())->InputFolder), "D:\\Elsewhere");
-    EXPECT_EQ(WatchOf(u"D:\\In"), nullptr);
-    ASSERT_NE(WatchOf(u"D:\\Elsewhere"), nullptr);
-    EXPECT_EQ(WatchOf(u"D:\\Elsewhere")->useCount, 1u);
-    EXPECT_EQ(world().OpenHandleCount(), handlesBefore) << "one directory closed, one opened";
-    EXPECT_TRUE(world().files.List(u"D:\\In").empty()) << "the wake-up file deleted itself";
-
-    // Deleted: the hot folder and its watch are gone.
-    world().files.Delete(InRoot(u"Invoices\\Desktop.ini"));
-    RunCompletions();
-    EXPECT_TRUE(watcher.specsByIni.empty());
-    EXPECT_TRUE(watcher.specsByInput.empty());
-    EXPECT_EQ(WatchOf(u"D:\\Elsewhere"), nullptr);
-    EXPECT_EQ(world().OpenHandleCount(), handlesBefore - 1);
-
-    // Restored: both come back.
-    WriteHotFolder(u"Invoices", "D:\\Elsewhere");
-    RunCompletions();
-    EXPECT_EQ(LoadedHotFolders(), (std::vector<std::string>{ini}));
-    ASSERT_NE(WatchOf(u"D:\\Elsewhere"), nullptr);
-    EXPECT_EQ(WatchOf(u"D:\\Elsewhere")->useCount, 1u);
-}
-
-TEST_F(HotFolderTreeTest, ADesktopIniThatLosesAKeyDropsTheHotFolder)
-{
-    world().files.MakeDirectory(u"D:\\In");
-    WriteHotFolder(u"Invoices", "D:\\In");
-    ASSERT_EQ(Start(), TreeStart::Watching);
-
-    world().files.WriteFile(InRoot(u"Invoices\\Desktop.ini"), "[Tarnwick]\r\nInputFolder=D:\\In\r\nScript=s.py\r\n");
-    RunCompletions();
-
-    EXPECT_TRUE(watcher.specsByIni.empty());
-    EXPECT_EQ(WatchOf(u"D:\\In"), nullptr);
-    std::vector<DWORD> const ids = EventIds();
-    EXPECT_TRUE(std::find(ids.begin(), ids.end(), MSG_KEY_NOT_FOUND_IN_INI) == ids.end()) << "silently";
-}
-
-TEST_F(HotFolderTreeTest, ADesktopIniRenamedAwayAndBackIsDroppedAndReloaded)
-{
-    world().files.MakeDirectory(u"D:\\In");
-    WriteHotFolder(u"Invoices", "D:\\In");
-    ASSERT_EQ(Start(), TreeStart::Watching);
-
-    world().files.Rename(InRoot(u"Invoices\\Desktop.ini"), InRoot(u"Invoices\\Desktop.old"));
-    RunCompletions();
-    EXPECT_TRUE(watcher.specsByIni.empty());
-
-    world().files.Rename(InRoot(u"Invoices\\Desktop.old"), InRoot(u"Invoices\\DESKTOP.INI"));
-    RunCompletions();
-    EXPECT_EQ(LoadedHotFolders(), (std::vector<std::string>{U8(InRoot(u"Invoices\\DESKTOP.INI"))}))
-        << "the hot folder is known by the path as the record spelled it";
-}
-
-TEST_F(HotFolderTreeTest, TwoHotFoldersOnOneOutsideFolderShareOneWatch)
-{
-    world().files.MakeDirectory(u"D:\\Shared");
-    WriteHotFolder(u"Stamp", "D:\\Shared");
-    WriteHotFolder(u"Archive", "D:\\Shared");
-    ASSERT_EQ(Start(), TreeStart::Watching);
-    std::size_t const handlesWithWatch = world().OpenHandleCount();
-
-    DirectoryWatch* shared = WatchOf(u"D:\\Shared");
+    EXPECT_EQ(LoadedHotFolders(),
+              (std::vector<std::string>{kRoot8 + "\\Archive\\Desktop.ini", kRoot8 + "\\Invoices\\Desktop.ini"}));
+    DirectoryWatch* const shared = WatchOf(u"D:\\In");
     ASSERT_NE(shared, nullptr);
     EXPECT_EQ(shared->useCount, 2u);
     EXPECT_EQ(watcher.watches.size(), 1u);
-    EXPECT_EQ(watcher.specsByInput.size(), 2u);
 
-    // Removing one keeps the watch.
-    world().files.Delete(InRoot(u"Stamp\\Desktop.ini"));
+    WriteHotFolder(u"Invoices", "D:\\Elsewhere");
     RunCompletions();
-    ASSERT_EQ(WatchOf(u"D:\\Shared"), shared);
+    EXPECT_EQ(WatchOf(u"D:\\In"), shared);
     EXPECT_EQ(shared->useCount, 1u);
-    world().files.WriteFile(u"D:\\Shared\\a.pdf", "%PDF");
-    RunCompletions();
-    EXPECT_EQ(PendingPaths(), (std::vector<std::string>{"D:\\Shared\\a.pdf"}));
+    ASSERT_NE(WatchOf(u"D:\\Elsewhere"), nullptr);
+    EXPECT_EQ(WatchOf(u"D:\\Elsewhere")->useCount, 1u);
 
-    // Removing both ends it.
     world().files.Delete(InRoot(u"Archive\\Desktop.ini"));
     RunCompletions();
-    EXPECT_EQ(WatchOf(u"D:\\Shared"), nullptr);
-    EXPECT_EQ(world().OpenHandleCount(), handlesWithWatch - 1);
-    EXPECT_EQ(world().files.List(u"D:\\Shared"), (std::vector<std::u16string>{u"a.pdf"}));
+    EXPECT_EQ(WatchOf(u"D:\\In"), nullptr);
+    EXPECT_EQ(world().OpenHandleCount(), handles + 1);
+    EXPECT_TRUE(world().files.List(u"D:\\In").empty()) << "the wake-up file deleted itself";
+
+    world().files.WriteFile(InRoot(u"Invoices\\Desktop.ini"), "[Tarnwick]\r\nInputFolder=D:\\In\r\nScript=s.py\r\n");
+    RunCompletions();
+    EXPECT_TRUE(LoadedHotFolders().empty()) << "a key missing";
+    EXPECT_TRUE(watcher.watches.empty());
+    EXPECT_EQ(world().OpenHandleCount(), handles);
+
+    WriteHotFolder(u"Invoices", "D:\\In");
+    world().files.Rename(InRoot(u"Invoices\\Desktop.ini"), InRoot(u"Invoices\\Desktop.old"));
+    RunCompletions();
+    EXPECT_TRUE(LoadedHotFolders().empty()) << "renamed away";
+    world().files.Rename(InRoot(u"Invoices\\Desktop.old"), InRoot(u"Invoices\\DESKTOP.INI"));
+    RunCompletions();
+    EXPECT_EQ(LoadedHotFolders(), (std::vector<std::string>{kRoot8 + "\\Invoices\\DESKTOP.INI"}))
+        << "as the record spells it";
+    EXPECT_EQ(WatchOf(u"D:\\In")->useCount, 1u);
+    EXPECT_TRUE(world().eventLog.WithId(MSG_KEY_NOT_FOUND_IN_INI).empty());
 }
 
-TEST_F(HotFolderTreeTest, AnInputFolderBelowTheRootIsServedByTheRootWatch)
+// The root's watch serves every input folder below it (and, by the letters of
+// its name alone, a sibling whose name begins with the root's, which it never
+// sees); its entries stay when their hot folders go, and only the files of
+// input folders become pending.
+TEST_F(HotFolderTreeTest, TheRootWatchServesTheInputFoldersBelowIt)
 {
+    std::u16string const sibling = std::u16string(kRoot) + u" Archive";
+    world().files.MakeDirectory(sibling);
     WriteHotFolder(u"Invoices", "In");
+    WriteHotFolder(u"Old", U8(sibling));
+    WriteHotFolder(u"Lower", "c:\\users\\clerk\\appdata\\local\\tarnwick hot folders\\lower\\in");
     ASSERT_EQ(Start(), TreeStart::Watching);
-    std::u16string const input = InRoot(u"Invoices\\In");
-    EXPECT_EQ(WatchOf(input), rootWatch.get());
-    EXPECT_EQ(watcher.watches.size(), 1u);
+    EXPECT_EQ(WatchOf(sibling), rootWatch.get());
+    EXPECT_EQ(WatchOf(InRoot(u"Lower\\In")), rootWatch.get()) << "the root's letters in any case";
+    EXPECT_EQ(rootWatch->useCount, 4u);
+    world().eventLog.Clear();
 
-    world().files.WriteFile(input + u"\\report.pdf", "%PDF");
+    world().files.WriteFile(InRoot(u"Invoices\\In\\report.pdf"), "");
+    world().files.WriteFile(InRoot(u"loose.txt"), "");
+    world().files.WriteFile(InRoot(u"Desktop.ini"), Ini("D:\\x"));
+    world().files.WriteFile(InRoot(u"Invoices\\notes.txt"), "");
+    world().files.WriteFile(sibling + u"\\old.pdf", "");
+    world().files.Delete(InRoot(u"Invoices\\Desktop.ini"));
     RunCompletions();
 
-    EXPECT_EQ(EventsWithId(MSG_FILE_ADDED), (std::vector<std::string>{U8(kRoot) + "|Invoices\\In\\report.pdf"}));
-    EXPECT_EQ(PendingPaths(), (std::vector<std::string>{U8(input) + "\\report.pdf"}));
+    EXPECT_EQ(EventsWithId(MSG_FILE_ADDED),
+              (std::vector<std::string>{kRoot8 + "|Invoices\\In\\report.pdf", kRoot8 + "|loose.txt",
+                                        kRoot8 + "|Desktop.ini", kRoot8 + "|Invoices\\notes.txt"}));
+    EXPECT_EQ(EventsWithId(MSG_FILE_REMOVED), (std::vector<std::string>{kRoot8 + "|Invoices\\Desktop.ini"}));
+    EXPECT_EQ(PendingPaths(), (std::vector<std::string>{kRoot8 + "\\Invoices\\In\\report.pdf"}));
+    EXPECT_EQ(LoadedHotFolders(),
+              (std::vector<std::string>{kRoot8 + "\\Lower\\Desktop.ini", kRoot8 + "\\Old\\Desktop.ini"}));
+    EXPECT_EQ(rootWatch->useCount, 3u);
+    EXPECT_EQ(WatchOf(InRoot(u"Invoices\\In")), rootWatch.get()) << "the entry stays";
+
+    WriteHotFolder(u"Invoices", "In");
+    RunCompletions();
+    EXPECT_EQ(rootWatch->useCount, 4u);
+    EXPECT_EQ(watcher.watches.size(), 3u);
 }
 
 TEST_F(HotFolderTreeTest, TheRootAsInputFolderMakesItsLooseFilesJobs)
@@ -252,86 +202,30 @@ TEST_F(HotFolderTreeTest, TheRootAsInputFolderMakesItsLooseFilesJobs)
     world().files.WriteFile(InRoot(u"Everything\\note.txt"), "x");
     RunCompletions();
 
-    EXPECT_EQ(PendingPaths(), (std::vector<std::string>{U8(InRoot(u"loose.txt")), U8(InRoot(u"Desktop.ini"))}));
+    EXPECT_EQ(PendingPaths(), (std::vector<std::string>{kRoot8 + "\\loose.txt", kRoot8 + "\\Desktop.ini"}));
 }
 
-TEST_F(HotFolderTreeTest, ALooseFileInTheRootIsNeitherAHotFolderNorAJob)
-{
-    WriteHotFolder(u"Invoices", "In");
-    ASSERT_EQ(Start(), TreeStart::Watching);
-
-    world().files.WriteFile(InRoot(u"loose.txt"), "x");
-    world().files.WriteFile(InRoot(u"Desktop.ini"), DesktopIniText("D:\\x", "y", "z"));
-    RunCompletions();
-
-    EXPECT_EQ(watcher.specsByIni.size(), 1u);
-    EXPECT_TRUE(watcher.pending.IsEmpty());
-    EXPECT_EQ(EventsWithId(MSG_FILE_ADDED).size(), 2u) << "both are still reported";
-}
-
-TEST_F(HotFolderTreeTest, ASiblingWhoseNameBeginsWithTheRootsNameCountsAsBelowItAndIsNeverSeen)
-{
-    std::u16string const sibling = std::u16string(kRoot) + u" Archive";
-    world().files.MakeDirectory(sibling);
-    WriteHotFolder(u"Old", U8(sibling));
-    ASSERT_EQ(Start(), TreeStart::Watching);
-
-    EXPECT_EQ(WatchOf(sibling), rootWatch.get()) << "no watch of its own";
-    EXPECT_EQ(rootWatch->useCount, 2u);
-
-    world().files.WriteFile(sibling + u"\\old.pdf", "%PDF");
-    RunCompletions();
-    EXPECT_TRUE(watcher.pending.IsEmpty());
-    EXPECT_EQ(EventIds(), (std::vector<DWORD>{MSG_WATCHING_ROOT})) << "the root watch does not see beside itself";
-}
-
-TEST_F(HotFolderTreeTest, TheRootWatchsEntriesStayAfterTheirHotFoldersGo)
-{
-    WriteHotFolder(u"Invoices", "In");
-    ASSERT_EQ(Start(), TreeStart::Watching);
-    ASSERT_EQ(rootWatch->useCount, 2u);
-
-    world().files.Delete(InRoot(u"Invoices\\Desktop.ini"));
-    RunCompletions();
-    EXPECT_EQ(rootWatch->useCount, 1u);
-    EXPECT_EQ(WatchOf(InRoot(u"Invoices\\In")), rootWatch.get()) << "the entry stays";
-
-    WriteHotFolder(u"Invoices", "In");
-    RunCompletions();
-    EXPECT_EQ(rootWatch->useCount, 2u);
-    EXPECT_EQ(watcher.watches.size(), 1u);
-}
-
-TEST_F(HotFolderTreeTest, AReloadReplacesTheSpecEvenWhenNothingChanged)
-{
-    world().files.MakeDirectory(u"D:\\In");
-    WriteHotFolder(u"Invoices", "D:\\In");
-    ASSERT_EQ(Start(), TreeStart::Watching);
-    HotFolderSpecPtr const before = *watcher.specsByIni.begin();
-
-    LoadHotFolder(InRoot(u"Invoices\\Desktop.ini"), watcher);
-
-    ASSERT_EQ(watcher.specsByIni.size(), 1u);
-    EXPECT_NE(*watcher.specsByIni.begin(), before);
-    EXPECT_EQ(before.use_count(), 1) << "the tables let go of the old spec";
-    EXPECT_EQ(*watcher.specsByInput.begin(), *watcher.specsByIni.begin());
-}
-
-TEST_F(HotFolderTreeTest, AnInputFolderThatDoesNotExistReports35OnEveryLoadAndTheSpecStays)
+// Message 35 on every load; the hot folder stays loaded without a watch, and
+// going away touches no other watch.
+TEST_F(HotFolderTreeTest, AnInputFolderThatDoesNotExist)
 {
     world().files.MakeDirectory(u"D:\\");
     WriteHotFolder(u"Invoices", "D:\\Missing");
     ASSERT_EQ(Start(), TreeStart::Watching);
-
-    EXPECT_EQ(LoadedHotFolders().size(), 1u);
-    EXPECT_EQ(WatchOf(u"D:\\Missing"), nullptr);
-    EXPECT_EQ(RenderedEvents().back(), "Failed to open user's hot folder folder D:\\Missing.  Error code: 2\r\n");
-
     world().files.Touch(InRoot(u"Invoices\\Desktop.ini"));
     RunCompletions();
-    EXPECT_EQ(EventsWithId(MSG_OPEN_FOLDER_FAILED).size(), 2u);
+
     EXPECT_EQ(LoadedHotFolders().size(), 1u);
-    EXPECT_EQ(watcher.watches.size(), 0u);
+    EXPECT_TRUE(watcher.watches.empty());
+    EXPECT_EQ(RenderedEvents()[1], "Failed to open user's hot folder folder D:\\Missing.  Error code: 2\r\n");
+    EXPECT_EQ(world().eventLog.WithId(MSG_OPEN_FOLDER_FAILED).size(), 2u);
+    EXPECT_EQ(world().eventLog.Records()[1].type, EVENTLOG_ERROR_TYPE);
+
+    world().files.Delete(InRoot(u"Invoices\\Desktop.ini"));
+    RunCompletions();
+    EXPECT_TRUE(LoadedHotFolders().empty());
+    EXPECT_EQ(rootWatch->useCount, 1u);
+    EXPECT_TRUE(world().files.List(u"D:\\").empty());
 }
 
 }  // namespace

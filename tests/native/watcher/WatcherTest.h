@@ -16,32 +16,26 @@
 
 namespace hf::test {
 
+// The root folder, in UTF-16 and in UTF-8.
+inline constexpr char16_t kRoot[] = u"C:\\Users\\clerk\\AppData\\Local\\Tarnwick Hot Folders";
+inline std::string const kRoot8 = U8(kRoot);
+
 class WatcherTest : public SimTest {
 protected:
-    static constexpr char16_t kAppData[] = u"C:\\Users\\clerk\\AppData\\Local";
-    static constexpr char16_t kRoot[] = u"C:\\Users\\clerk\\AppData\\Local\\Tarnwick Hot Folders";
-
-    // A path below the root.
     static std::u16string InRoot(std::u16string const& relative) { return std::u16string(kRoot) + u"\\" + relative; }
-
-    // The Desktop.ini text of a hot folder (section and keys as the product writes them).
-    static std::string DesktopIniText(std::string const& input, std::string const& output, std::string const& script)
+    static std::string Ini(std::string const& input, std::string const& output = "Out")
     {
-        return "[.ShellClassInfo]\r\nIconResource=C:\\Program Files\\Tarnwick\\hot.ico,0\r\n[Tarnwick]\r\n"
-               "InputFolder=" +
-               input + "\r\nOutputFolder=" + output + "\r\nScript=" + script + "\r\n";
+        return "[.ShellClassInfo]\r\nIconResource=hot.ico,0\r\n[Tarnwick]\r\nInputFolder=" + input +
+               "\r\nOutputFolder=" + output + "\r\nScript=C:\\Scripts\\stamp.py\r\n";
     }
-
     // Writes the Desktop.ini of the hot folder `name` below the root.
-    void WriteHotFolder(std::u16string const& name, std::string const& input, std::string const& output = "Out",
-                        std::string const& script = "C:\\Scripts\\stamp.py")
+    void WriteHotFolder(std::u16string const& name, std::string const& input)
     {
-        world().files.WriteFile(InRoot(name + u"\\Desktop.ini"), DesktopIniText(input, output, script));
+        world().files.WriteFile(InRoot(name + u"\\Desktop.ini"), Ini(input));
     }
 
     // The tree's start-up, as the watcher loop runs it.
     TreeStart Start() { return StartHotFolderTree(events, rootPath, *rootWatch, watcher); }
-
     // Lets the queued completion routines run, as the loop's alertable wait does.
     void RunCompletions() { world().RunApcs(); }
 
@@ -54,24 +48,24 @@ protected:
         }
         return paths;
     }
-
-    // The DesktopIniPath of every loaded hot folder, in table order.
+    // The DesktopIniPath of every loaded hot folder, in table order, after
+    // checking that both tables hold the same specs.
     std::vector<std::string> LoadedHotFolders() const
     {
         std::vector<std::string> paths;
         for (auto const& spec : watcher.specsByIni) {
+            EXPECT_EQ(watcher.specsByInput.count(spec), 1u);
             paths.push_back(U8(spec->DesktopIniPath));
         }
+        EXPECT_EQ(watcher.specsByInput.size(), paths.size());
         return paths;
     }
-
     // The watch serving `folder`, or null.
     DirectoryWatch* WatchOf(std::u16string const& folder) const
     {
         auto const entry = watcher.watches.find(folder);
         return entry == watcher.watches.end() ? nullptr : entry->second;
     }
-
     // The insertion strings of every event with this id, as "path|name".
     std::vector<std::string> EventsWithId(DWORD id) const
     {

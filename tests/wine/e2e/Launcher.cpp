@@ -8,24 +8,15 @@
 #include <cstdio>
 #include <vector>
 
-namespace {
-
-wchar_t const kCommandLineVariable[] = L"HF_LAUNCH_COMMAND_LINE";
-
-}  // namespace
-
 int wmain()
 {
-    DWORD const size = GetEnvironmentVariableW(kCommandLineVariable, nullptr, 0);
-    if (size == 0) {
-        std::fprintf(stderr, "hf_launch: %ls is not set\n", kCommandLineVariable);
+    std::vector<wchar_t> commandLine(32768);
+    if (GetEnvironmentVariableW(L"HF_LAUNCH_COMMAND_LINE", commandLine.data(), 32768) == 0) {
+        std::fprintf(stderr, "hf_launch: HF_LAUNCH_COMMAND_LINE is not set\n");
         return 2;
     }
-    std::vector<wchar_t> commandLine(size);
-    GetEnvironmentVariableW(kCommandLineVariable, commandLine.data(), size);
     // The program under test gets the environment without the launcher's own variable.
-    SetEnvironmentVariableW(kCommandLineVariable, nullptr);
-
+    SetEnvironmentVariableW(L"HF_LAUNCH_COMMAND_LINE", nullptr);
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION process{};
@@ -37,9 +28,6 @@ int wmain()
     WaitForSingleObject(process.hProcess, INFINITE);
     DWORD exitCode = 0;
     GetExitCodeProcess(process.hProcess, &exitCode);
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
-
     std::printf("exit code %ld\n", static_cast<long>(static_cast<LONG>(exitCode)));
     std::fflush(stdout);
     return static_cast<int>(exitCode);

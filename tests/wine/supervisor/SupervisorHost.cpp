@@ -24,28 +24,14 @@
 #include <sstream>
 #include <string>
 
-namespace {
-
 using namespace hf;
-
-void Answer(std::string const& line)
-{
-    std::printf("%s\n", line.c_str());
-    std::fflush(stdout);
-}
-
-std::string ListPipes()
-{
-    os::WIN32_FIND_DATAW found;
-    UniqueFindHandle const listing(os::FindFirstFileW(u"\\\\.\\pipe\\*", &found));
-    DWORD const error = os::GetLastError();
-    return "pipes " + std::to_string(listing ? 1 : 0) + " " + std::to_string(error);
-}
-
-}  // namespace
 
 int wmain()
 {
+    auto Answer = [](std::string const& line) {
+        std::printf("%s\n", line.c_str());
+        std::fflush(stdout);
+    };
     UniqueKernelHandle supervisor;
     char buffer[1024];
     while (std::fgets(buffer, sizeof buffer, stdin) != nullptr) {
@@ -55,10 +41,11 @@ int wmain()
         if (command == "whoami") {
             Answer("user " + ToUtf8(GetCurrentUserName()));
         } else if (command == "list-pipes") {
-            Answer(ListPipes());
+            os::WIN32_FIND_DATAW found;
+            UniqueFindHandle const listing(os::FindFirstFileW(u"\\\\.\\pipe\\*", &found));
+            Answer("pipes " + std::to_string(listing ? 1 : 0) + " " + std::to_string(os::GetLastError()));
         } else if (command == "install") {
-            std::string name;
-            std::string password;
+            std::string name, password;
             line >> name >> password;
             Answer("installed " + std::to_string(UserStore::Open().Install(FromUtf8(name), FromUtf8(password))));
         } else if (command == "start") {
@@ -66,8 +53,7 @@ int wmain()
             supervisor.reset(os::CreateThread(nullptr, 0, &SupervisorThread, nullptr, 0, &threadId));
             Answer(supervisor ? "started" : "not started");
         } else if (command == "post") {
-            std::string code;
-            std::string argument;
+            std::string code, argument;
             line >> code >> argument;
             TheCommandQueue().Post(Command{static_cast<DWORD>(std::stoul(code, nullptr, 16)), FromUtf8(argument)});
             Answer("posted");

@@ -6,19 +6,17 @@
 
 namespace hf::test {
 
-std::wstring WindowsPathOf(std::string const& unixPath)
+std::wstring WindowsPathFromEnvironment(char const* variable)
 {
+    char const* unixPath = std::getenv(variable);
+    if (unixPath == nullptr) {
+        return {};
+    }
     std::wstring path = L"Z:";
-    for (char c : unixPath) {
-        path += c == '/' ? L'\\' : static_cast<wchar_t>(static_cast<unsigned char>(c));
+    for (char const* c = unixPath; *c != 0; ++c) {
+        path += *c == '/' ? L'\\' : static_cast<wchar_t>(static_cast<unsigned char>(*c));
     }
     return path;
-}
-
-std::wstring ExecutablePath()
-{
-    char const* path = std::getenv("HF_EXECUTABLE");
-    return path ? WindowsPathOf(path) : std::wstring();
 }
 
 bool RunningUnderWine()

@@ -1,12 +1,15 @@
 """What registration must leave in the registry, written out from the
-product's registration contract (independently of the executable's REGISTRY
-resources), for the end-to-end tests of tests/wine/service."""
+registration contract (not from the executable's REGISTRY resources), and how
+to read it back from a prefix."""
+from winetest import build_file
 
 SERVICE = "Tarnwick Hot Folders"
 APPID = "{C04A1F20-6D3A-4888-9FEE-A82D8DA28254}"
 CLSID = "{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}"
 LIBID = "{524F5CA9-889F-479E-9DCC-E15F61C695AC}"
 IID = "{4D84CADB-50A1-44A9-8D74-E31D15EB6A8A}"
+TYPE_LIBRARY_NAME = "TarnwickHotFolder 1.0 Type Library"
+UNIVERSAL_MARSHALER = "{00020424-0000-0000-C000-000000000046}"
 EVENT_SOURCE = r"HKLM\SYSTEM\CurrentControlSet\Services\Eventlog\Application" "\\" + SERVICE
 
 # The AccessPermission security descriptor, byte for byte.
@@ -22,8 +25,7 @@ def sz(text):
 
 
 def tables(executable):
-    """The two tables as `Prefix.reg_tree` gives them, by the key each
-    listing starts from (relative to the classes root)."""
+    """The two tables as `Prefix.reg_tree` gives them, by key below the classes root."""
     return {
         "AppID\\" + APPID: {"": {"": sz("TarnwickHotFolder")}},
         r"AppID\TarnwickHotFolder.EXE": {"": {"AppID": sz(APPID)}},
@@ -58,6 +60,41 @@ def event_source(executable):
 
 
 def service_configuration(executable):
-    """The service as the service control manager reports it after "Service"."""
     return {"type": "16", "start": "2", "error": "1", "path": f'"{executable}"', "dependency": "RPCSS",
             "account": "LocalSystem", "display": SERVICE}
+
+
+def installed_service(prefix):
+    """The service's configuration and state as the service control manager
+    reports them (hf_service_config.exe); None when it is not installed."""
+    result = prefix.wine(str(build_file("tests", "wine", "e2e", "hf_service_config.exe")), SERVICE, check=False)
+    if result.returncode != 0:
+        return None
+    configuration = dict(line.split("=", 1) for line in result.stdout.splitlines())
+    if "dependency" not in configuration:
+        # Wine's QueryServiceConfigW reports no dependencies; its service
+        # manager keeps them where Windows does, in the service's key.
+        key = prefix.reg_tree(r"HKLM\SYSTEM\CurrentControlSet\Services" "\\" + SERVICE)
+        kind, names = key[""].get("DependOnService", (None, ""))
+        if kind == "REG_MULTI_SZ" and names:
+            configuration["dependency"] = names
+    return configuration
+
+
+def registered_type_library(prefix, classes_root):
+    library = prefix.reg_tree(classes_root + r"\TypeLib" "\\" + LIBID)
+    interface = prefix.reg_tree(classes_root + r"\Interface" "\\" + IID)
+    if library is None:
+        return None
+    return {
+        "name": library.get("1.0", {}).get(""),
+        "file": library.get(r"1.0\409\win32", {}).get(""),
+        "marshaler": (interface or {}).get("ProxyStubClsid32", {}).get(""),
+        "library": (interface or {}).get("TypeLib", {}),
+    }
+
+
+def serve_type_library_to_wine(prefix):
+    """Wine's marshaler looks type libraries up under locale 0 only (tests/wine/README.md)."""
+    library = r"HKCR\TypeLib" "\\" + LIBID + r"\1.0"
+    prefix.wine("reg", "copy", library + r"\409", library + r"\0", "/s", "/f")

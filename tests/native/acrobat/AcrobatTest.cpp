@@ -1,0 +1,389 @@
+// The job message against Python's marshal; Acrobat's launch from HKLM\Software\Tarnwick\AcrobatPath;
+// the link to the plug-in, driven as the watcher loop drives it, with a scripted plug-in; the pipe's name.
+#include "SimTest.h"
+#include "acrobat/AcrobatLauncher.h"
+#include "acrobat/JobMessage.h"
+#include "acrobat/PlugInLink.h"
+#include "acrobat/PlugInPipe.h"
+#include "platform/Sync.h"
+#include "platform/sim/SimPipePeers.h"
+
+#include <boost/make_shared.hpp>
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <set>
+
+namespace hf::test {
+namespace {
+
+// What the reference script prints for the three texts (each passed as its UTF-16LE in
+// hexadecimal): the payload of each order of items.
+std::vector<std::vector<BYTE>> ReferencePayloads(std::vector<std::u16string> const& texts)
+{
+    char const* source = std::getenv("HF_SOURCE_DIR");
+    std::string command =
+        std::string("python3 ") + (source ? source : ".") + "/tests/native/acrobat/marshal_reference.py";
+    for (std::u16string const& text : texts) {
+        command += " '";
+        for (char16_t unit : text) {
+            for (int shift : {4, 0, 12, 8}) {
+                command += "0123456789abcdef"[(unit >> shift) & 0xF];
+            }
+        }
+        command += "'";
+    }
+    FILE* const pipe = popen(command.c_str(), "r");
+    std::vector<std::vector<BYTE>> payloads;
+    char line[8192];
+    while (pipe && std::fgets(line, sizeof line, pipe) != nullptr) {
+        payloads.emplace_back();
+        for (char const* at = line; std::isxdigit(*at); at += 2) {
+            payloads.back().push_back(static_cast<BYTE>(std::stoi(std::string(at, 2), nullptr, 16)));
+        }
+    }
+    EXPECT_EQ(pipe ? pclose(pipe) : -1, 0) << command;
+    return payloads;
+}
+
+// The payload is marshal's for the same dictionary, after its length; the plug-in's side reads
+// marshal's payload back whatever the order of its items. One row per kind of character, each
+// kind with its own UTF-8 length, and the worked example of 92 bytes.
+TEST(JobMessage, PayloadIsPythonsMarshal)
+{
+    struct Row {
+        std::u16string input, script, outputFolder;
+        std::size_t messageSize;  // 0: not fixed by the row
+    };
+    for (Row const& row : std::vector<Row>{
+             {u"C:\\In\\a\u007F.pdf", u"C:\\Scripts\\x.py", u"", 0},
+             {u"C:\\Bücher\\Résumé ß \u0080\u07FF.pdf", u"C:\\Scripts\\ñ.py", u"D:\\Größe", 0},
+             {u"C:\\請求書\\\u0800\uFFFD\uFFFF.pdf", u"C:\\スクリプト\\x.py", u"\\\\server\\出力\\€", 0},
+             {u"C:\\In\\\U0001F600 \U00010000\U0010FFFF.pdf", u"C:\\\U0001D11E.py", u"C:\\Out\\\U00020000", 0},
+             {u"C:\\In\\a\xD800.pdf", u"C:\\\xDC00\xD800x.py", u"C:\\Out\\\xDFFF\xDBFF", 0},
+             {u"C:\\In\\a.pdf", u"C:\\Scripts\\x.py", u"C:\\Out", 92}}) {
+        SCOPED_TRACE(U8(row.script));
+        std::vector<BYTE> const message = EncodeJobMessage(row.input, row.script, row.outputFolder);
+        std::vector<BYTE> const payload(message.begin() + 4, message.end());
+        EXPECT_EQ(std::size_t{message[0]} | message[1] << 8 | message[2] << 16 | std::size_t{message[3]} << 24,
+                  payload.size());
+        EXPECT_EQ(message.size(), row.messageSize == 0 ? message.size() : row.messageSize);
+        std::vector<std::vector<BYTE>> const reference = ReferencePayloads({row.input, row.script, row.outputFolder});
+        ASSERT_EQ(reference.size(), 2u);
+        EXPECT_EQ(payload, reference[0]);
+        for (std::vector<BYTE> const& bytes : reference) {
+            std::optional<Job> const job = DecodeJobPayload(bytes.data(), bytes.size());
+            EXPECT_TRUE(job && job->input == row.input && job->script == row.script &&
+                        job->outputFolder == row.outputFolder);
+        }
+    }
+}
+
+// The plug-in's side refuses anything but a dictionary of the three texts in well-formed UTF-8.
+TEST(JobMessage, DecoderRefusesMalformedPayloads)
+{
+    std::vector<BYTE> const message = EncodeJobMessage(u"éé", u"x", u"y");
+    std::vector<BYTE> const good(message.begin() + 4, message.end());  // the input's "éé" at 16..19
+    ASSERT_TRUE(DecodeJobPayload(good.data(), good.size()));
+    auto changed = [&good](std::size_t at, std::vector<BYTE> const& bytes) {
+        std::vector<BYTE> payload = good;
+        payload.resize(std::max(good.size(), at + bytes.size()));
+        std::copy(bytes.begin(), bytes.end(), payload.begin() + static_cast<std::ptrdiff_t>(at));
+        return payload;
+    };
+    for (auto const& [what, payload] : std::vector<std::pair<char const*, std::vector<BYTE>>>{
+             {"cut short", {good.begin(), good.end() - 1}},
+             {"trailing byte", changed(good.size(), {'0'})},
+             {"keys twice", changed(good.size() - 1, std::vector<BYTE>(good.begin() + 1, good.end()))},
+             {"unknown key", changed(6, {'X'})},
+             {"overlong", changed(16, {0xE0, 0x9F, 0xBF, 'a'})},
+             {"beyond U+10FFFF", changed(16, {0xF4, 0x90, 0x80, 0x80})}}) {
+        EXPECT_FALSE(DecodeJobPayload(payload.data(), payload.size())) << what;
+    }
+}
+
+using PlugIn = sim::ScriptedPipeServer;
+constexpr char16_t kAcrobatExe[] = u"C:\\Program Files\\Adobe\\Acrobat\\Acrobat.exe";
+char const kConnected[] = "Connected to plug-in message pipe \\\\.\\pipe\\Tarnwick_PlugIn_OFFICE_clerk.\r\n";
+char const kNoAcrobat[] = "CreateProcess(Acrobat.exe) failed.  Error code: 2\r\n";
+char const kNoPlugIn[] = "CreateFile(\\\\.\\pipe\\Tarnwick_PlugIn_OFFICE_clerk) failed.  Error code: 2\r\n";
+char const kNoKey[] = "Failed to open registry key Software\\Tarnwick\\AcrobatPath.  Error code: 2\r\n";
+char const kNoValue[] = "Failed to read registry key Software\\Tarnwick\\AcrobatPath, value .  Error code: 2\r\n";
+char const kBadValue[] = "Failed to read registry key Software\\Tarnwick\\AcrobatPath, value .  Error code: 13\r\n";
+
+std::vector<BYTE> Bytes(std::u16string const& text, std::size_t terminator = 2)
+{
+    std::vector<BYTE> bytes(text.size() * 2 + terminator, 0);
+    std::memcpy(bytes.data(), text.data(), text.size() * 2);
+    return bytes;
+}
+
+struct Row {
+    char const* name;
+    std::optional<DWORD> type;  // the value's type; nothing: no value, and with no data no key either
+    std::vector<BYTE> data;
+    std::u16string path;  // what is read, and its error report ("" for none)
+    char const* event;
+};
+
+class AcrobatLauncherTest : public SimTest, public ::testing::WithParamInterface<Row> {};
+
+// Acrobat is launched from the path read, with its bare file name as command line.
+TEST_P(AcrobatLauncherTest, ReadsOnlyAWellFormedString)
+{
+    Row const& row = GetParam();
+    if (row.type) {
+        world().registry.SetRaw(HKEY_LOCAL_MACHINE, kAcrobatPathKey, u"", *row.type, row.data);
+    } else if (!row.data.empty()) {
+        world().registry.CreateKey(HKEY_LOCAL_MACHINE, kAcrobatPathKey);
+    }
+    world().processes.children.AddImage(row.path.empty() ? u"C:\\Acrobat.exe" : row.path);
+    EventReporter reporter(kCategoryUser);
+    long const handles = HandlesLeftOpen();
+    UniqueKernelHandle const acrobat(LaunchAcrobat(reporter));
+    auto const& started = world().processes.children.Started();
+    ASSERT_EQ(started.size(), row.path.empty() ? 0u : 1u);
+    if (!started.empty()) {
+        EXPECT_EQ(U8(started.front()->applicationName), U8(row.path));
+        EXPECT_EQ(U8(started.front()->commandLine), U8(row.path.substr(row.path.rfind(u'\\') + 1)));
+    }
+    // A failed read is reported, and then the failed launch.
+    std::vector<std::string> events = RenderedEvents();
+    if (started.empty()) {
+        ASSERT_EQ(world().eventLog.Records().back().eventId, MSG_CREATE_PROCESS_ACROBAT_FAILED);
+        events.pop_back();
+    }
+    EXPECT_EQ(events, std::vector<std::string>(*row.event ? 1 : 0, row.event));
+    EXPECT_TRUE(events.empty() || world().eventLog.Records().front().type == EVENTLOG_ERROR_TYPE);
+    EXPECT_EQ(HandlesLeftOpen() - handles, acrobat ? 1 : 0) << "the key and Acrobat's thread handle are closed";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Values, AcrobatLauncherTest,
+    ::testing::ValuesIn(std::vector<Row>{
+        {"MissingKey", std::nullopt, {}, u"", kNoKey},
+        {"MissingDefaultValue", std::nullopt, {0}, u"", kNoValue},
+        {"BinaryValue", REG_BINARY, Bytes(kAcrobatExe), u"", kBadValue},
+        {"DwordValue", REG_DWORD, {1, 0, 0, 0}, u"", kBadValue},
+        {"OddLength", REG_SZ, Bytes(u"C:\\a.exe", 3), u"", kBadValue},
+        {"NoTerminator", REG_SZ, Bytes(kAcrobatExe, 0), u"", kBadValue},
+        {"EmptyData", REG_SZ, {}, u"", ""},
+        {"PlainString", REG_SZ, Bytes(kAcrobatExe), kAcrobatExe, ""},
+        {"ExpandableTakenAsItStands", REG_EXPAND_SZ, Bytes(u"%ProgramFiles%\\A.exe"), u"%ProgramFiles%\\A.exe", ""},
+        {"TextEndsAtTheFirstNul", REG_SZ, Bytes(std::u16string(u"C:\\a.exe\0junk", 13)), u"C:\\a.exe", ""},
+        {"Exactly255Characters", REG_SZ, Bytes(u"C:\\" + std::u16string(252, u'a')),
+         u"C:\\" + std::u16string(252, u'a'), ""}}),
+    [](auto const& info) { return std::string(info.param.name); });
+
+// 256 characters do not fit the 512-byte read: the exception that nobody catches ends the watcher.
+TEST_F(AcrobatLauncherTest, A256CharacterPathThrows)
+{
+    EventReporter reporter(kCategoryUser);
+    world().registry.SetString(HKEY_LOCAL_MACHINE, kAcrobatPathKey, u"", u"C:\\" + std::u16string(253, u'a'));
+    try {
+        LaunchAcrobat(reporter);
+        ADD_FAILURE() << "no exception";
+    } catch (HResultError const& error) {
+        EXPECT_EQ(error.Code(), E_INVALIDARG);
+    }
+    EXPECT_TRUE(EventIds().empty());
+}
+
+class PlugInLinkTest : public SimTest {
+protected:
+    PlugInLinkTest()
+    {
+        world().registry.SetString(HKEY_LOCAL_MACHINE, kAcrobatPathKey, u"", kAcrobatExe);
+        spec->Script = u"C:\\Scripts\\stamp.py";
+        spec->OutputFolder = u"C:\\Hot\\Done";
+    }
+    // Hands on a job and, with `run`, runs the loop's turns until Poll says the link is
+    // idle. False when it stays busy with nothing left that could ever end its wait.
+    bool Job(std::u16string const& input, bool run = true)
+    {
+        link->SendJob(input, spec);
+        sent.push_back(EncodeJobMessage(input, spec->Script, spec->OutputFolder));
+        return !run || Run();
+    }
+    bool Run()
+    {
+        DWORD timeout = 0;
+        for (int turn = 0; link->Poll(timeout); ++turn) {
+            timeouts.insert(timeout);
+            HANDLE const events[] = {neverSignalled.get()};
+            if (turn == 1000 || os::WaitForMultipleObjectsEx(1, events, FALSE, timeout, TRUE) == WAIT_FAILED) {
+                return false;
+            }
+        }
+        return true;
+    }
+    sim::ChildProcess& Acrobat(std::size_t launch) { return *world().processes.children.Started().at(launch); }
+    std::size_t Launches() { return world().processes.children.Started().size(); }
+
+    std::shared_ptr<PlugIn> plugIn = PlugIn::Create(u"\\\\.\\pipe\\Tarnwick_PlugIn_OFFICE_clerk");
+    HotFolderSpecPtr spec = boost::make_shared<HotFolderSpec>();
+    EventReporter reporter{kCategoryUser};
+    UniqueKernelHandle neverSignalled{os::CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    long const fixtureHandles = HandlesLeftOpen();
+    std::optional<PlugInLink> link;
+    std::vector<std::vector<BYTE>> sent;
+    std::set<DWORD> timeouts;
+};
+
+// Jobs over a plug-in that serves on its own: one job at a time, each answered
+// before the next; a failure on a reused pipe retried once over a reopened one;
+// a zero reply closing the pipe; and a relaunch that fails leaving the link busy for good.
+TEST_F(PlugInLinkTest, JobsOverAServingPlugIn)
+{
+    link.emplace(reporter, false);
+    EXPECT_TRUE(Job(u"C:\\In\\0.pdf")) << "no pipe, and Acrobat not installed: the job is dropped";
+
+    plugIn->Start();
+    DWORD const start = world().Ticks();
+    for (auto const& answer : {PlugIn::Break(),           // a: not retried on a fresh connection
+                               PlugIn::Reply(1),          // b: the kept broken pipe fails, a reopened one serves
+                               PlugIn::Reply(1, 120000),  // c: reuses the pipe; a slow reply is awaited
+                               PlugIn::Break(), PlugIn::Reply(1),  // d: retried over a reopened pipe
+                               PlugIn::Break(), PlugIn::Break(),   // e: the retry is the only one
+                               PlugIn::Reply(0)}) {                // f: the plug-in ends the connection
+        plugIn->Then(answer);
+    }
+    for (char16_t const* input : {u"C:\\In\\a", u"C:\\In\\b", u"C:\\In\\c", u"C:\\In\\d", u"C:\\In\\e", u"C:\\In\\f"}) {
+        EXPECT_TRUE(Job(input)) << U8(input);
+    }
+    EXPECT_EQ(HandlesLeftOpen() - fixtureHandles, 0) << "the zero reply closed the pipe";
+    EXPECT_TRUE(Job(u"C:\\In\\g.pdf")) << "over a fresh connection";
+    EXPECT_EQ(world().Ticks() - start, 120000u);
+    EXPECT_EQ(timeouts, std::set<DWORD>{INFINITE});
+    EXPECT_EQ(plugIn->Frames(), (std::vector<std::vector<BYTE>>{sent[1], sent[2], sent[3], sent[4], sent[4], sent[5],
+                                                                sent[5], sent[6], sent[7]}));
+
+    // The plug-in goes away; the retry finds no pipe and Acrobat cannot be launched.
+    plugIn->Stop();
+    EXPECT_FALSE(Job(u"C:\\In\\h.pdf"));
+    plugIn->Start();
+    EXPECT_FALSE(Run()) << "busy for good, even with the plug-in back";
+    EXPECT_EQ(plugIn->Frames().size(), 9u);
+    std::vector<std::string> events(8, kConnected);
+    events.front() = events.back() = kNoAcrobat;
+    EXPECT_EQ(RenderedEvents(), events);
+    EXPECT_EQ(world().eventLog.Records()[1].type, EVENTLOG_INFORMATION_TYPE);
+}
+
+class PlugInLinkLaunch : public PlugInLinkTest, public ::testing::WithParamInterface<bool> {};
+
+// No pipe: Acrobat is launched from the registry's path and the pipe tried every 2000 ms
+// until its plug-in serves. As service the watcher keeps Acrobat's handle and ends that
+// Acrobat when the plug-in ends the connection; otherwise the user goes on using it.
+TEST_P(PlugInLinkLaunch, AcrobatIsLaunchedForItsPlugIn)
+{
+    bool const asService = GetParam();
+    world().processes.children.AddImage(kAcrobatExe,
+                                        [p = plugIn](auto const& process) { p->RunInside(process, 5000); });
+    link.emplace(reporter, asService);
+    DWORD const start = world().Ticks();
+    EXPECT_TRUE(Job(u"C:\\In\\a.pdf"));
+    EXPECT_EQ(world().Ticks() - start, 6000u);
+    EXPECT_EQ(timeouts, (std::set<DWORD>{kPlugInRetryInterval, INFINITE}));
+    EXPECT_EQ(Acrobat(0).HandlesOpen(), asService ? 1 : 0);
+
+    plugIn->Then(PlugIn::Reply(0));
+    EXPECT_TRUE(Job(u"C:\\In\\b.pdf"));
+    EXPECT_EQ(HandlesLeftOpen() - fixtureHandles, 0) << "the pipe, and Acrobat's handle, are closed";
+    EXPECT_EQ(Acrobat(0).running, !asService);
+    EXPECT_EQ(Acrobat(0).terminated, asService);
+    EXPECT_TRUE(Job(u"C:\\In\\c.pdf"));
+    EXPECT_EQ(Launches(), asService ? 2u : 1u);
+
+    // Acrobat is closed between two jobs: the retry launches it again.
+    Acrobat(Launches() - 1).Exit(0);
+    EXPECT_TRUE(Job(u"C:\\In\\d.pdf"));
+    EXPECT_EQ(Launches(), asService ? 3u : 2u);
+    EXPECT_EQ(plugIn->Frames(), sent);
+    EXPECT_EQ(EventIds(), std::vector<DWORD>(3, MSG_CONNECTED_TO_PLUGIN_PIPE));
+}
+
+INSTANTIATE_TEST_SUITE_P(AsServiceOrNot, PlugInLinkLaunch, ::testing::Bool(),
+                         [](auto const& info) { return info.param ? "AsService" : "NotAsService"; });
+
+struct WaitRow {
+    char const* name;
+    bool asService;
+    DWORD startTick, exitAfter;                     // Acrobat exits by itself after exitAfter ms (0: never)
+    enum { None, WaitFails, Terminate } meanwhile;  // the wait on Acrobat fails, or the loop ends Acrobat
+    DWORD elapsed;                                  // until the link gives up with the report `event`
+    char const* event;
+    bool running;
+};
+char const kExited[] = "Acrobat.exe exited while waiting to connect to Hot Folder message window.\r\n";
+char const kWait5[] = "WaitForSingleObject() failed.  Error code: 5\r\n";
+char const kWait6[] = "WaitForSingleObject() failed.  Error code: 6\r\n";
+
+class PlugInNeverServes : public PlugInLinkTest, public ::testing::WithParamInterface<WaitRow> {};
+
+// The plug-in never serves: the link gives up at the first poll after 30000 ms
+// (the limit first, Acrobat's exit second), lets go of Acrobat, drops the job,
+// and launches Acrobat again for the next one.
+TEST_P(PlugInNeverServes, TheLinkGivesUpAndTheNextJobLaunchesAgain)
+{
+    WaitRow const& row = GetParam();
+    world().SetTicks(row.startTick);
+    world().processes.children.AddImage(kAcrobatExe, [&row](auto const& process) {
+        if (row.exitAfter != 0) {
+            process->ExitAfter(row.exitAfter, 1);
+        }
+    });
+    link.emplace(reporter, row.asService);
+    Job(u"C:\\In\\a.pdf", false);
+    EXPECT_EQ(Acrobat(0).HandlesOpen(), 1) << "held while its plug-in is awaited";
+    if (row.meanwhile == WaitRow::WaitFails) {
+        world().faults.Fail("WaitForSingleObject", ERROR_ACCESS_DENIED);
+    } else if (row.meanwhile == WaitRow::Terminate) {
+        link->TerminateAcrobat();
+    }
+    EXPECT_TRUE(Run());
+    EXPECT_EQ(static_cast<DWORD>(world().Ticks() - row.startTick), row.elapsed);
+    EXPECT_EQ(RenderedEvents(), std::vector<std::string>{row.event});
+    EXPECT_EQ(Acrobat(0).running, row.running);
+    EXPECT_EQ(Acrobat(0).HandlesOpen(), 0);
+    Job(u"C:\\In\\b.pdf", false);
+    EXPECT_EQ(Launches(), 2u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Stories, PlugInNeverServes,
+    ::testing::Values(
+        WaitRow{"NotAsService", false, 1000, 0, WaitRow::None, 32000, kNoPlugIn, true},
+        WaitRow{"AcrossTheTickCountersWrap", false, 0xFFFFFFFFu - 5000, 0, WaitRow::None, 32000, kNoPlugIn, true},
+        WaitRow{"AcrobatExits", true, 1000, 3000, WaitRow::None, 4000, kExited, false},
+        WaitRow{"AcrobatExitsAfterTheLimit", false, 1000, 31000, WaitRow::None, 32000, kNoPlugIn, false},
+        WaitRow{"WaitFails", false, 1000, 0, WaitRow::WaitFails, 0, kWait5, true},
+        WaitRow{"AcrobatTerminatedAsService", true, 1000, 0, WaitRow::Terminate, 0, kWait6, false},
+        WaitRow{"TerminateIgnoredNotAsService", false, 1000, 0, WaitRow::Terminate, 32000, kNoPlugIn, true}),
+    [](auto const& info) { return std::string(info.param.name); });
+
+// The plug-in's pipe is named after DOMAIN\user, each backslash made an underscore,
+// however long the name (its buffer starts at 1024 characters and doubles until it
+// fits); a name that cannot be read leaves the prefix alone, silently.
+TEST_F(PlugInLinkTest, PlugInPipeIsNamedAfterTheUser)
+{
+    std::u16string const u4998(4998, u'u');
+    for (auto const& [user, pipe] :
+         std::vector<std::pair<std::u16string, std::u16string>>{{u"OFFICE\\clerk", u"OFFICE_clerk"},
+                                                                {u"A\\B\\C", u"A_B_C"},
+                                                                {u"HOST\\Zoë Ünal\\請求", u"HOST_Zoë Ünal_請求"},
+                                                                {u"", u""},
+                                                                {u"D\\" + u4998, u"D_" + u4998}}) {
+        world().processes.current.userName = user;
+        EXPECT_EQ(U8(PlugInPipeName()), U8(u"\\\\.\\pipe\\Tarnwick_PlugIn_" + pipe)) << user.size();
+    }
+    world().faults.Fail("GetUserNameExW", 1355);  // ERROR_NO_SUCH_DOMAIN
+    EXPECT_EQ(U8(PlugInPipeName()), "\\\\.\\pipe\\Tarnwick_PlugIn_");
+    EXPECT_TRUE(EventIds().empty());
+}
+
+}  // namespace
+}  // namespace hf::test

@@ -1,0 +1,313 @@
+// The supervisor's parts: the installed-user store, launching a user's watcher,
+// the links to watchers' control pipes, and the supervisor thread's stories.
+#include "ListeningWatcher.h"
+#include "SimTest.h"
+#include "acrobat/PipeNames.h"
+#include "platform/Files.h"
+#include "platform/sim/SimMemory.h"
+#include "supervisor/BinaryValueReader.h"
+#include "supervisor/CommandQueue.h"
+#include "supervisor/PasswordProtection.h"
+#include "supervisor/SupervisorThread.h"
+#include "supervisor/UserStore.h"
+#include "supervisor/WatcherLaunch.h"
+#include "watcher/ControlPipe.h"
+
+#include <algorithm>
+#include <memory>
+
+namespace hf::test {
+namespace {
+
+using namespace std::string_literals;
+
+constexpr char16_t kAlice[] = u"OFFICE\\alice";
+constexpr char16_t kPassword[] = u"s3cret";
+
+std::u16string WatcherPipe(std::u16string const& user)
+{
+    return MakePipeName(kWatcherPipePrefix, user);
+}
+
+class SupervisorTest : public SimTest {
+protected:
+    SupervisorTest()
+    {
+        world().processes.current.userName = u"NT AUTHORITY\\SYSTEM";
+        for (auto const* name : {u"alice", u"bob", u"carol"}) {
+            world().accounts.Add({u"OFFICE", name, kPassword, u"\\\\files\\profiles\\" + std::u16string(name)});
+        }
+        world().accounts.onUnload = [] { EXPECT_FALSE(AnyBlockHoldsThePassword()) << "wiped before the unload"; };
+        // A launched watcher opens its control pipe under its user's name.
+        world().processes.children.AddImage(world().processes.current.modulePath, [this](auto const& process) {
+            launched.push_back(std::make_unique<ListeningWatcher>(WatcherPipe(process->userName)));
+        });
+    }
+    // Installs `user`, the password sealed by `sealer` (the service when null).
+    void Install(std::u16string const& user, std::u16string const& password = kPassword, const char16_t* sealer = {})
+    {
+        std::u16string const service = world().processes.current.userName;
+        world().processes.current.userName = sealer ? sealer : service;
+        EXPECT_EQ(UserStore::Open().Install(user, password), 0);
+        world().processes.current.userName = service;
+    }
+    void Post(DWORD code, std::u16string argument = {}) { TheCommandQueue().Post(Command{code, std::move(argument)}); }
+    // Whether any block the system handed out, held or given back, holds the password.
+    static bool AnyBlockHoldsThePassword()
+    {
+        auto blocks = sim::ReleasedBlocks(), held = sim::HeldBlocks();
+        blocks.insert(blocks.end(), held.begin(), held.end());
+        auto const* bytes = reinterpret_cast<BYTE const*>(kPassword);
+        return std::any_of(blocks.begin(), blocks.end(), [&](auto const& b) {
+            return std::search(b.begin(), b.end(), bytes, bytes + sizeof kPassword - 2) != b.end();
+        });
+    }
+
+    // Runs the supervisor thread to its end, then lets the watchers read.
+    void RunSupervisor(std::vector<ListeningWatcher*> const& watchers)
+    {
+        EXPECT_EQ(SupervisorThread(nullptr), 0u);
+        for (ListeningWatcher* watcher : watchers) {
+            watcher->Read();
+        }
+        world().RunApcs();
+    }
+
+    EventReporter events{kCategoryService};
+    WatcherLinks links;
+    std::vector<std::unique_ptr<ListeningWatcher>> launched;
+};
+
+// What the listing finds and reports, what testing one entry answers, that a password opens as
+// installed, and that the launch pass skips a value it cannot read without a word.
+TEST_F(SupervisorTest, TheStoreListsTestsAndOpensEntries)
+{
+    std::u16string const longName = u"OFFICE\\" + std::u16string(150, u'n');
+    // The value written ("-": none), its type (REG_BINARY of size 0: installed with `password`) and
+    // size, the password it opens to, a failing call, its error, what testing it answers, the report.
+    // clang-format off
+    struct Row { std::u16string name; DWORD type; std::size_t size; std::u16string password; const char* failingCall; DWORD error; LONG result; bool installed; DWORD report; };
+    Row const rows[] = {
+        {u"-", 0, 0, u"", "", 0, 0, false, MSG_NO_USERS},
+        {longName, REG_BINARY, 0, u"pw", "", 0, 0, true, MSG_FOUND_INSTALLED_USER},
+        {kAlice, REG_BINARY, 257, u"", "", 0, ERROR_MORE_DATA, false, MSG_FOUND_INSTALLED_USER},
+        {kAlice, REG_SZ, 16, u"", "", 0, ERROR_INVALID_DATA, false, MSG_FOUND_INSTALLED_USER},
+        {u"", REG_BINARY, 8, u"", "", 0, 0, true, MSG_FOUND_INSTALLED_USER},
+        {kAlice, REG_BINARY, 0, u"a\0b\0"s, "", 0, 0, true, MSG_FOUND_INSTALLED_USER},
+        {kAlice, REG_BINARY, 0, u"", "RegQueryValueExW", ERROR_PATH_NOT_FOUND, 0, false, MSG_FOUND_INSTALLED_USER},
+        // The listing then fails on the null key, at index 0.
+        {u"-", 0, 0, u"", "RegCreateKeyExW", ERROR_ACCESS_DENIED, ERROR_INVALID_HANDLE, false, MSG_ENUM_USER_ERROR},
+    };
+    // clang-format on
+    for (auto const& row : rows) {
+        SCOPED_TRACE(U8(row.name) + " " + std::to_string(row.result));
+        world().registry.Clear();
+        world().eventLog.Clear();
+        if (row.type == REG_BINARY && row.size == 0) {
+            Install(row.name, u"first");
+            Install(row.name, row.password);  // the second install's password counts
+        } else if (row.type != 0) {
+            world().registry.SetRaw(HKEY_LOCAL_MACHINE, kUserStoreKeyPath, row.name, row.type,
+                                    std::vector<BYTE>(row.size, 0x5A));
+        }
+        world().faults.Fail(row.failingCall, row.error);  // "" fails nothing
+        UserStore const store = UserStore::Open();
+        std::vector<std::u16string> users;
+        EnumerateUsers(store.key(), events, users);
+        WORD const type = row.type           ? EVENTLOG_SUCCESS
+                          : *row.failingCall ? EVENTLOG_ERROR_TYPE
+                                             : EVENTLOG_INFORMATION_TYPE;
+        EXPECT_EQ(world().eventLog.Records().size(), 1u);
+        EXPECT_EQ(std::pair(EventIds().at(0), world().eventLog.Records().at(0).type), std::pair(row.report, type));
+        EXPECT_EQ(users, row.type ? std::vector{row.name} : std::vector<std::u16string>{});
+        bool installed = !row.installed;
+        EXPECT_EQ((std::pair{store.IsInstalled(row.name, installed), installed}), std::pair(row.result, row.installed));
+        if (row.installed && row.size == 0) {
+            BinaryValueReader const value(store.key(), row.name);
+            auto opened = UnprotectPassword(row.name, value.data(), value.size(), events);
+            ASSERT_TRUE(opened);
+            EXPECT_EQ(std::u16string(opened->password().c_str(), opened->password().length()), row.password);
+            opened->Wipe();
+        }
+        if (row.result != 0) {
+            world().eventLog.Clear();
+            LaunchWatchers({row.name}, store.key(), {}, events);
+            EXPECT_TRUE(EventIds().empty() && world().processes.children.Started().empty());
+        }
+    }
+    Install(kAlice);
+    EXPECT_EQ(UserStore::Open().Uninstall(kAlice), 0);
+    EXPECT_EQ(UserStore::Open().Uninstall(kAlice), static_cast<LONG>(ERROR_FILE_NOT_FOUND));
+}
+
+// How the stored name is split for the logon, which failures are reported how,
+// which users are skipped; after every row the token, the profile and the
+// process handles are closed and the password is left in no memory.
+TEST_F(SupervisorTest, ALaunchReportsAndCleansUpAsEachFailureRequires)
+{
+    // The user, the reports and the last one's text, a failing call and its error, another account
+    // that sealed the password, a pipe a link exists to already.
+    // clang-format off
+    struct Row { const char16_t* user; std::vector<DWORD> reports; std::string lastText; const char* failingCall = ""; DWORD error = 0; const char16_t* sealer = nullptr; const char16_t* linkedAs = nullptr; };
+    Row const rows[] = {
+        {u"\\alice", {MSG_LOGON_FAILED}, "Attempt to logon as user alice on domain  failed.  Error code: 1326\r\n"},
+        {u"OFFICE\\", {MSG_LOGON_FAILED}, "Attempt to logon as user  on domain OFFICE failed.  Error code: 1326\r\n"},
+        {u"A\\B\\C", {MSG_LOGON_FAILED}, "Attempt to logon as user B\\C on domain A failed.  Error code: 1326\r\n"},
+        {u"A\\B\\C", {}, "", "", 0, nullptr, u"\\\\.\\pipe\\Tarnwick_FolderWatcher_A_B_C"},
+        {u"alice", {MSG_NO_SLASH_IN_USER}, "Found no slash in user name alice.  Cannot logon.\r\n"},
+        {kAlice, {MSG_LOGON_FAILED}, "Attempt to logon as user alice on domain OFFICE failed.  Error code: 1326\r\n", "LogonUserW", ERROR_LOGON_FAILURE},
+        {kAlice, {MSG_LOAD_USER_PROFILE_FAILED}, "LoadUserProfile(alice) failed.  Error code: 5\r\n", "LoadUserProfileW", ERROR_ACCESS_DENIED},
+        {kAlice, {MSG_LAUNCHING_WATCHER, MSG_CREATE_PROCESS_AS_USER_FAILED}, "CreateProcessAsUser(OFFICE\\alice, TarnwickHotFolder.exe -asservice) failed.  Error code: 1314\r\n", "CreateProcessAsUserW", ERROR_PRIVILEGE_NOT_HELD},
+        {kAlice, {MSG_DECRYPT_PASSWORD_FAILED}, "Error decrypting password for user OFFICE\\alice.  Error code: -2146893813\r\n", "", 0, u"OFFICE\\clerk"},
+        {kAlice, {}, "", "", 0, nullptr, u"\\\\.\\PIPE\\tarnwick_folderwatcher_office_ALICE"},
+    };
+    // clang-format on
+    for (auto const& row : rows) {
+        SCOPED_TRACE(row.lastText);
+        world().registry.Clear();
+        world().eventLog.Clear();
+        links.clear();
+        Install(row.user, kPassword, row.sealer);
+        std::unique_ptr<ListeningWatcher> running;
+        if (row.linkedAs) {
+            running = std::make_unique<ListeningWatcher>(row.linkedAs);
+            ASSERT_TRUE(ConnectToWatcher(row.linkedAs, links, events, CMD_RUN));
+            world().eventLog.Clear();
+        }
+        world().faults.Fail(row.failingCall, row.error);  // "" fails nothing
+        long const handlesBefore = HandlesLeftOpen();
+        std::size_t const startedBefore = world().processes.children.Started().size();
+        LaunchWatchers({row.user}, UserStore::Open().key(), links, events);
+
+        EXPECT_EQ(EventIds(), row.reports);
+        if (!row.reports.empty()) {
+            EXPECT_EQ(std::to_string(world().eventLog.Records().back().type) + RenderedEvents().back(),
+                      std::to_string(EVENTLOG_ERROR_TYPE) + row.lastText);
+        }
+        EXPECT_EQ(std::pair(world().processes.children.Started().size(), HandlesLeftOpen()),
+                  std::pair(startedBefore, handlesBefore));
+        auto const& profiles = world().accounts.profiles;
+        EXPECT_TRUE(std::all_of(profiles.begin(), profiles.end(), [](auto const& p) { return p.unloaded; }));
+        EXPECT_FALSE(AnyBlockHoldsThePassword()) << "the password and the opened blob are wiped";
+    }
+}
+
+// bob has no account record, so alice's watcher alone starts: as her, on an empty desktop name,
+// both handles closed at once; her token and profile are gone while it runs and serves its pipe.
+TEST_F(SupervisorTest, ALaunchedWatcherRunsAsItsUserWithItsProfileAndTheServiceLetsGoOfIt)
+{
+    Install(kAlice);
+    long const handlesBefore = HandlesLeftOpen();
+    world().faults.Fail("NetUserGetInfo", ERROR_BAD_NETPATH);
+    LaunchWatchers({kAlice, u"OFFICE\\bob"}, UserStore::Open().key(), links, events);
+    EXPECT_EQ(std::to_string(world().eventLog.Records().size()) + std::to_string(world().eventLog.Records()[0].type) +
+                  RenderedEvents()[0],
+              "14Launching C:\\Program Files\\Tarnwick\\TarnwickHotFolder.exe for user OFFICE\\alice with "
+              "commandline:\r\nTarnwickHotFolder.exe -asservice\r\n");
+    auto const& started = world().processes.children.Started();
+    ASSERT_EQ(started.size(), 1u);
+    sim::ChildProcess const& w = *started.front();
+    EXPECT_EQ(U8(w.userName + u"|" + w.applicationName + u"|" + w.commandLine + u"|" + w.currentDirectory + u"|" +
+                 w.desktop.value_or(u"(none)")) +
+                  std::to_string(w.startupInfoSize) + std::to_string(w.HandlesOpen()) + std::to_string(w.running),
+              "OFFICE\\alice|C:\\Program Files\\Tarnwick\\TarnwickHotFolder.exe|TarnwickHotFolder.exe -asservice|"
+              "C:\\Program Files\\Tarnwick|6801");
+    ASSERT_EQ(world().accounts.profiles.size(), 1u);
+    sim::LoadedProfile const& profile = world().accounts.profiles.front();
+    EXPECT_EQ(U8(profile.userName + profile.profilePath.value_or(u"(none)")) + std::to_string(profile.unloaded),
+              "alice(none)1")
+        << "no account record, no roaming profile";
+    EXPECT_EQ(HandlesLeftOpen(), handlesBefore + static_cast<long>(launched.size()));
+    EXPECT_FALSE(AnyBlockHoldsThePassword());
+
+    Install(kAlice);
+    LaunchWatchers({kAlice}, UserStore::Open().key(), links, events);
+    EXPECT_EQ(U8(*world().accounts.profiles.back().profilePath), "\\\\files\\profiles\\alice");
+}
+
+// A watcher that cannot be reached (no pipe, every instance busy), or whose
+// first write fails, is reported and leaves no link and no handle.
+TEST_F(SupervisorTest, AWatcherThatCannotBeReachedIsReportedAndLeftUnlinked)
+{
+    ListeningWatcher alice(WatcherPipe(kAlice)), bob(WatcherPipe(u"OFFICE\\bob"));
+    ASSERT_NE(os::CreateFileW(WatcherPipe(u"OFFICE\\bob").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr),
+              INVALID_HANDLE_VALUE);
+    long const before = HandlesLeftOpen();
+    world().faults.Fail("WriteFile", ERROR_NO_DATA);
+    for (auto const* user : {u"OFFICE\\carol", u"OFFICE\\bob", kAlice}) {
+        EXPECT_FALSE(ConnectToWatcher(WatcherPipe(user), links, events, CMD_RUN));
+    }
+    EXPECT_TRUE(links.empty() && HandlesLeftOpen() == before);
+    EXPECT_EQ(
+        RenderedEvents(),
+        (std::vector<std::string>{
+            "Failed to connect to pipe \\\\.\\pipe\\Tarnwick_FolderWatcher_OFFICE_carol.  Error code: 2.\r\n",
+            "Failed to connect to pipe \\\\.\\pipe\\Tarnwick_FolderWatcher_OFFICE_bob.  Error code: 231.\r\n",
+            "Connected to folder watcher process's message pipe \\\\.\\pipe\\Tarnwick_FolderWatcher_OFFICE_alice.\r\n",
+            "WritePipe(\\\\.\\pipe\\Tarnwick_FolderWatcher_OFFICE_alice) failed.  Error code: 232\r\n"}));
+    std::string types;
+    for (auto const& record : world().eventLog.Records()) {
+        types += std::to_string(record.type);
+    }
+    EXPECT_EQ(types, "1141");
+}
+
+TEST_F(SupervisorTest, AtStartRunningWatchersAreToldToRunAndEveryOtherUserIsLaunched)
+{
+    Install(kAlice);
+    Install(u"OFFICE\\bob");
+    Install(u"OFFICE\\carol");
+    ListeningWatcher alice(WatcherPipe(kAlice));
+    // Found by the listing but not taken for a watcher: the prefix test is exact.
+    ListeningWatcher carol(u"\\\\.\\pipe\\TARNWICK_FOLDERWATCHER_OFFICE_carol");
+    ListeningWatcher other(u"\\\\.\\pipe\\Tarnwick_FolderWatcher-OFFICE_carol");
+    // bob's watcher, once launched, announces itself before the stop.
+    Post(CMD_CONNECT, WatcherPipe(u"OFFICE\\bob"));
+    Post(CMD_STOP);
+
+    RunSupervisor({&alice, &carol, &other});
+    launched.at(0)->Read();
+    world().RunApcs();
+    EXPECT_EQ(EventIds(), (std::vector<DWORD>{MSG_CONNECTED_TO_WATCHER_PIPE, MSG_FOUND_INSTALLED_USER,
+                                              MSG_FOUND_INSTALLED_USER, MSG_FOUND_INSTALLED_USER, MSG_LAUNCHING_WATCHER,
+                                              MSG_LAUNCHING_WATCHER, MSG_CONNECTED_TO_WATCHER_PIPE}))
+        << "the start pass completes before the stop posted earlier is taken";
+    auto const& started = world().processes.children.Started();
+    EXPECT_EQ(U8(started.at(0)->userName + u" " + started.at(1)->userName) + std::to_string(started.size()),
+              "OFFICE\\bob OFFICE\\carol2");
+    EXPECT_EQ(alice.Codes(), (std::vector<DWORD>{CMD_RUN, CMD_STOP}));
+    EXPECT_EQ(launched.at(0)->Codes(), (std::vector<DWORD>{CMD_RUN, CMD_STOP})) << "a new watcher starts running";
+    EXPECT_TRUE(carol.Codes().empty() && other.Codes().empty());
+    EXPECT_FALSE(alice.Broken()) << "the link stays open until the service process ends";
+    EXPECT_EQ(world().eventLog.openSources, 1) << "only the test's own reporter";
+}
+
+// Commands are relayed in order; an announced watcher gets the current one, an unknown code is
+// taken without a word, an exited watcher is reported once and dropped, a failed wait ends the thread.
+TEST_F(SupervisorTest, CommandsAreRelayedAndAFailedWaitEndsTheThread)
+{
+    ListeningWatcher alice(WatcherPipe(kAlice)), bob(WatcherPipe(u"OFFICE\\bob"));
+    std::unique_ptr<ListeningWatcher> carol;
+    Post(CMD_PAUSE);
+    world().After(10, [&] {
+        alice.Exit();
+        carol = std::make_unique<ListeningWatcher>(WatcherPipe(u"OFFICE\\carol"));
+        Post(CMD_CONNECT, WatcherPipe(u"OFFICE\\carol"));
+        Post(0x4711);
+        Post(CMD_RUN);
+    });
+    world().After(20, [&] { Post(CMD_PAUSE); });
+
+    RunSupervisor({&bob});
+    carol->Read();
+    world().RunApcs();
+    EXPECT_EQ(EventIds(),
+              (std::vector<DWORD>{MSG_CONNECTED_TO_WATCHER_PIPE, MSG_CONNECTED_TO_WATCHER_PIPE, MSG_NO_USERS,
+                                  MSG_CONNECTED_TO_WATCHER_PIPE, MSG_WRITE_PIPE_FAILED, MSG_WAIT_MULTIPLE_FAILED}));
+    EXPECT_EQ(RenderedEvents().back(), "WaitForMultipleObjects failed.  Error code: 6\r\n");
+    EXPECT_EQ(bob.Codes(), (std::vector<DWORD>{CMD_RUN, CMD_PAUSE, CMD_RUN, CMD_PAUSE}));
+    EXPECT_EQ(carol->Codes(), (std::vector<DWORD>{CMD_PAUSE, CMD_RUN, CMD_PAUSE}));
+}
+
+}  // namespace
+}  // namespace hf::test

@@ -1,0 +1,288 @@
+// What happens in an input folder: every change record reported, the files
+// that become pending and when they settle, the hot folders each is handed
+// to, and what survives each failure of a watch.
+#include "WatcherTest.h"
+#include "watcher/InputFiles.h"
+
+#include <cstring>
+
+namespace hf::test {
+namespace {
+
+class InputFolderTest : public WatcherTest {
+protected:
+    // Hot folders on D:\In (and, when named, more of them), started.
+    void StartOn(std::vector<std::u16string> const& names = {u"Invoices"})
+    {
+        world().files.MakeDirectory(u"D:\\In");
+        world().files.MakeDirectory(u"D:\\Elsewhere");
+        for (auto const& name : names) {
+            WriteHotFolder(name, "D:\\In");
+        }
+        ASSERT_EQ(Start(), TreeStart::Watching);
+        world().eventLog.Clear();
+    }
+    // The hot folder NextSpecFor hands the front file to ("" for none).
+    std::string NextHotFolder()
+    {
+        HotFolderSpecPtr const spec = NextSpecFor(watcher.pending.Front(), watcher.specsByInput);
+        return spec ? U8(spec->DesktopIniPath.substr(std::size(kRoot))) : "";
+    }
+    DWORD FrontSettleTime() const { return SettleTimeLeft(watcher.pending.Front()); }
+};
+
+// Each record is one event with its own text; the queue keeps one entry per
+// file (by any spelling), ordered by its latest record, which restarts its
+// settle time (across the wrap of the tick count); renames and deletions take
+// files out, subfolders never count.
+TEST_F(InputFolderTest, WhatUsersDoToAnInputFolder)
+{
+    StartOn();
+    world().SetTicks(0xFFFFFFFFu - 1000);  // the tick count wraps while the files settle
+    world().files.WriteFile(u"D:\\Elsewhere\\incoming.pdf", "%PDF");
+    world().files.WriteFile(u"D:\\In\\scan.pdf", "%PDF");
+    world().files.Rename(u"D:\\In\\scan.pdf", u"D:\\In\\invoice 7.pdf");
+    world().files.WriteFile(u"D:\\In\\Report.pdf", "%PDF");
+    world().files.WriteFile(u"D:\\In\\gone.pdf", "");
+    world().files.Delete(u"D:\\In\\gone.pdf");
+    world().files.MakeDirectory(u"D:\\In\\Sub");
+    world().files.Touch(u"D:\\In\\Sub");
+    world().files.WriteFile(u"D:\\In\\Sub\\deep.pdf", "%PDF");
+    EXPECT_TRUE(world().eventLog.Records().empty()) << "nothing runs outside an alertable wait";
+    RunCompletions();
+
+    EXPECT_EQ(RenderedEvents(), (std::vector<std::string>{
+                                    "File added to D:\\In:\r\n\r\nscan.pdf\r\n",
+                                    "File modified in D:\\In:\r\n\r\nscan.pdf\r\n",
+                                    "File renamed in D:\\In.\r\n\r\nOld name: scan.pdf\r\n",
+                                    "File renamed in D:\\In:\r\n\r\nNew name: invoice 7.pdf\r\n",
+                                    "File added to D:\\In:\r\n\r\nReport.pdf\r\n",
+                                    "File modified in D:\\In:\r\n\r\nReport.pdf\r\n",
+                                    "File added to D:\\In:\r\n\r\ngone.pdf\r\n",
+                                    "File removed from D:\\In:\r\n\r\ngone.pdf\r\n",
+                                    "File modified in D:\\In:\r\n\r\nSub\r\n",
+                                }));
+    for (auto const& record : world().eventLog.Records()) {
+        EXPECT_EQ(record.type, EVENTLOG_INFORMATION_TYPE);
+        EXPECT_EQ(record.category, kCategoryUser);
+    }
+    EXPECT_EQ(PendingPaths(), (std::vector<std::string>{"D:\\In\\invoice 7.pdf", "D:\\In\\Report.pdf"}));
+    EXPECT_EQ(FrontSettleTime(), 2000u);
+
+    world().Advance(1500);
+    world().files.AppendFile(u"D:\\In\\INVOICE 7.PDF", "more");
+    world().files.Rename(u"D:\\Elsewhere\\incoming.pdf", u"D:\\In\\incoming.pdf");
+    RunCompletions();
+    EXPECT_EQ(PendingPaths(),
+              (std::vector<std::string>{"D:\\In\\Report.pdf", "D:\\In\\INVOICE 7.PDF", "D:\\In\\incoming.pdf"}));
+    EXPECT_EQ(FrontSettleTime(), 500u);
+    EXPECT_EQ(SettleTimeLeft(watcher.pending.Back()), 2000u);
+
+    world().Advance(499);
+    EXPECT_EQ(FrontSettleTime(), 1u);
+    world().Advance(1);
+    EXPECT_EQ(FrontSettleTime(), 0u);
+    ASSERT_LT(world().Ticks(), 0x1000u) << "the counter has wrapped";
+    EXPECT_EQ(NextHotFolder(), "Invoices\\Desktop.ini");
+    EXPECT_EQ(NextHotFolder(), "");
+
+    world().files.Rename(u"D:\\In\\incoming.pdf", u"D:\\Elsewhere\\incoming.pdf");
+    world().files.Delete(u"D:\\In\\invoice 7.pdf");
+    RunCompletions();
+    EXPECT_EQ(PendingPaths(), (std::vector<std::string>{"D:\\In\\Report.pdf"}));
+    EXPECT_EQ(EventsWithId(MSG_FILE_REMOVED),
+              (std::vector<std::string>{"D:\\In|gone.pdf", "D:\\In|incoming.pdf", "D:\\In|invoice 7.pdf"}));
+}
+
+// A file goes to every hot folder of its input folder in DesktopIniPath
+// order; a new record starts the round again, and a file whose hot folders
+// went has none.
+TEST_F(InputFolderTest, TwoHotFoldersOnOneFolderGetEachFileInDesktopIniPathOrder)
+{
+    world().files.MakeDirectory(u"D:\\Out");
+    WriteHotFolder(u"C", "D:\\Out");  // another input folder, after D:\In in the table
+    StartOn({u"B", u"A"});
+    world().files.WriteFile(u"D:\\In\\scan.pdf", "%PDF");
+    RunCompletions();
+    EXPECT_EQ(NextHotFolder(), "A\\Desktop.ini");
+    EXPECT_EQ(U8(watcher.pending.Front().dispatchedTo),
+              R"(C:\Users\clerk\AppData\Local\Tarnwick Hot Folders\A\Desktop.ini)");
+
+    world().files.AppendFile(u"D:\\In\\scan.pdf", "rewritten by A's script");
+    RunCompletions();
+    EXPECT_EQ(NextHotFolder(), "A\\Desktop.ini");
+    EXPECT_EQ(NextHotFolder(), "B\\Desktop.ini");
+    EXPECT_EQ(NextHotFolder(), "");
+
+    world().files.AppendFile(u"D:\\In\\scan.pdf", "stamped");
+    world().files.Delete(InRoot(u"A\\Desktop.ini"));
+    RunCompletions();
+    EXPECT_EQ(NextHotFolder(), "B\\Desktop.ini");
+    world().files.AppendFile(u"D:\\In\\scan.pdf", "again");
+    world().files.Delete(InRoot(u"B\\Desktop.ini"));
+    RunCompletions();
+    EXPECT_EQ(NextHotFolder(), "");
+    EXPECT_EQ(PendingPaths(), (std::vector<std::string>{"D:\\In\\scan.pdf"})) << "the loop pops it";
+}
+
+// An input folder is found in the table by its whole name ignoring case, and
+// confirmed with A to Z folded only.
+TEST_F(InputFolderTest, AFileBelongsToAnInputFolderByItsWholeName)
+{
+    world().files.MakeDirectory(u"D:\\Ä");
+    WriteHotFolder(u"Umlaut", "D:\\Ä");
+    StartOn({u"Invoices", u"Lower"});
+    struct {
+        const char16_t* path;
+        bool watched;
+    } const cases[] = {
+        {u"D:\\In\\a.pdf", true},   {u"D:\\IN\\a.pdf", true},       {u"D:\\Ä\\a.pdf", true}, {u"D:\\ä\\a.pdf", false},
+        {u"D:\\In2\\a.pdf", false}, {u"D:\\In\\Sub\\a.pdf", false}, {u"D:\\a.pdf", false},   {u"D:\\Zz\\a.pdf", false},
+    };
+    for (auto const& c : cases) {
+        EXPECT_EQ(IsWatchedInputFile(c.path, watcher.specsByInput), c.watched) << U8(c.path);
+    }
+}
+
+// The walk follows each record's distance to the next, whatever it is: here
+// records end to end, as Wine lays them, with an action this system does not
+// know, and a last record that ends exactly at the end of the buffer.
+TEST_F(InputFolderTest, AnUnknownActionIsAWarningAndTheWalkGoesOn)
+{
+    StartOn();
+    DirectoryWatch& watch = *WatchOf(u"D:\\In");
+    struct {
+        std::size_t offset;
+        DWORD action;
+        std::u16string name;
+    } const records[] = {
+        {0, FILE_ACTION_ADDED, u"a.pdf"}, {22, 9, u"b.pdf"}, {kChangeBufferSize - 22, FILE_ACTION_MODIFIED, u"a.pdf"}};
+    for (std::size_t i = 0; i < std::size(records); ++i) {
+        DWORD const next =
+            i + 1 < std::size(records) ? static_cast<DWORD>(records[i + 1].offset - records[i].offset) : 0;
+        DWORD const nameBytes = static_cast<DWORD>(records[i].name.size() * 2);
+        BYTE* const at = watch.buffer + records[i].offset;
+        std::memcpy(at, &next, 4);
+        std::memcpy(at + 4, &records[i].action, 4);
+        std::memcpy(at + 8, &nameBytes, 4);
+        std::memcpy(at + 12, records[i].name.data(), nameBytes);
+    }
+    OnFolderChange(0, 44, &watch.overlapped);
+
+    EXPECT_EQ(EventIds(), (std::vector<DWORD>{MSG_FILE_ADDED, MSG_FILE_UNKNOWN_ACTION, MSG_FILE_MODIFIED}));
+    EXPECT_EQ(world().eventLog.Records()[1].type, EVENTLOG_WARNING_TYPE);
+    EXPECT_EQ(RenderedEvents()[1], "Unknown file action in D:\\In:\r\n\r\nb.pdf\r\n");
+    EXPECT_EQ(PendingPaths(), (std::vector<std::string>{"D:\\In\\a.pdf"}));
+}
+
+// A read that cannot be issued (36) leaves the watch open and silent; a
+// completion with an error (37) leaves it in its table, silent, so that a hot
+// folder loaded later only raises its count; on the root it ends all changes.
+TEST_F(InputFolderTest, AFailedReadOrCompletionSilencesTheWatch)
+{
+    StartOn();
+    world().faults.Fail("ReadDirectoryChangesW", ERROR_ACCESS_DENIED);
+    world().files.MakeDirectory(u"D:\\Second");
+    WriteHotFolder(u"Second", "D:\\Second");
+    world().files.overflowError = ERROR_NOTIFY_ENUM_DIR;
+    world().files.LoseChanges(u"D:\\In");
+    RunCompletions();
+    EXPECT_EQ(RenderedEvents(),
+              (std::vector<std::string>{
+                  "File added to " + kRoot8 + ":\r\n\r\nSecond\\Desktop.ini\r\n",
+                  "ReadDirectoryChangesW(D:\\Second) failed.  Error code: 5\r\n",
+                  "File modified in " + kRoot8 + ":\r\n\r\nSecond\\Desktop.ini\r\n",
+                  "Unexpected error passed to overlapped callback watching D:\\In.  Error code: 1022\r\n"}));
+    EXPECT_EQ(world().eventLog.Records()[1].type, EVENTLOG_ERROR_TYPE);
+    EXPECT_EQ(world().eventLog.Records()[3].type, EVENTLOG_ERROR_TYPE);
+    ASSERT_NE(WatchOf(u"D:\\Second"), nullptr);
+    EXPECT_TRUE(WatchOf(u"D:\\Second")->directory.valid());
+
+    world().eventLog.Clear();
+    world().files.WriteFile(u"D:\\In\\unseen.pdf", "");
+    world().files.WriteFile(u"D:\\Second\\unseen.pdf", "");
+    WriteHotFolder(u"Third", "D:\\In");
+    RunCompletions();
+    EXPECT_EQ(WatchOf(u"D:\\In")->useCount, 2u);
+    EXPECT_EQ(EventsWithId(MSG_FILE_ADDED), (std::vector<std::string>{kRoot8 + "|Third\\Desktop.ini"}));
+    EXPECT_TRUE(watcher.pending.IsEmpty());
+
+    world().files.LoseChanges(kRoot);
+    RunCompletions();
+    EXPECT_EQ(EventsWithId(MSG_OVERLAPPED_CALLBACK_ERROR).back(), kRoot8 + "|1022");
+    WriteHotFolder(u"Fourth", "D:\\In");
+    RunCompletions();
+    EXPECT_EQ(LoadedHotFolders().size(), 3u);
+}
+
+// Lost changes complete the read with zero bytes: the previous read's records
+// are walked again (none before the first read), nothing rescans the folder,
+// and the watch goes on.
+TEST_F(InputFolderTest, AZeroByteCompletionWalksThePreviousRecordsAgain)
+{
+    StartOn();
+    world().files.LoseChanges(u"D:\\In");
+    RunCompletions();
+    EXPECT_TRUE(world().eventLog.Records().empty());
+
+    world().files.WriteFile(u"D:\\In\\a.pdf", "");
+    RunCompletions();
+    world().Advance(700);
+    world().files.WriteFile(u"D:\\In\\lost.pdf", "%PDF");
+    world().files.LoseChanges(u"D:\\In");
+    RunCompletions();
+    EXPECT_EQ(EventsWithId(MSG_FILE_ADDED), (std::vector<std::string>{"D:\\In|a.pdf", "D:\\In|a.pdf"}));
+    EXPECT_EQ(PendingPaths(), (std::vector<std::string>{"D:\\In\\a.pdf"}));
+    EXPECT_EQ(FrontSettleTime(), 2000u) << "a.pdf was touched once more";
+
+    world().files.WriteFile(u"D:\\In\\later.pdf", "");
+    RunCompletions();
+    EXPECT_EQ(PendingPaths(), (std::vector<std::string>{"D:\\In\\a.pdf", "D:\\In\\later.pdf"}));
+}
+
+// The last use of a watch makes a wake-up file, and the watch ends in its own
+// completion, whose records are not reported; a reload before that completion
+// keeps the watch, which then reports the wake-up file.
+TEST_F(InputFolderTest, TheLastUseWakesTheWatchWhichEndsInItsOwnCompletion)
+{
+    StartOn({u"Invoices", u"Other"});
+    std::size_t const handles = world().OpenHandleCount();
+    DirectoryWatch* const watch = WatchOf(u"D:\\In");
+    RemoveHotFolder(watcher, *watcher.specsByIni.begin());
+    LoadHotFolder(InRoot(u"Other\\Desktop.ini"), watcher);
+    EXPECT_EQ(watch->useCount, 1u) << "down to zero and up again";
+    RunCompletions();
+    ASSERT_EQ(WatchOf(u"D:\\In"), watch);
+    std::vector<std::string> const added = EventsWithId(MSG_FILE_ADDED);
+    ASSERT_EQ(added.size(), 1u);
+    EXPECT_EQ(added, EventsWithId(MSG_FILE_REMOVED));
+    EXPECT_EQ(added[0].rfind("D:\\In|Wak", 0), 0u) << added[0];
+    EXPECT_EQ(added[0].substr(added[0].size() - 4), ".TMP");
+    EXPECT_TRUE(watcher.pending.IsEmpty()) << "the wake-up file was touched and forgotten";
+
+    world().eventLog.Clear();
+    RemoveHotFolder(watcher, *watcher.specsByIni.begin());
+    EXPECT_EQ(WatchOf(u"D:\\In"), watch) << "ended only from inside its completion routine";
+    EXPECT_TRUE(world().files.List(u"D:\\In").empty()) << "the wake-up file came and went";
+    RunCompletions();
+    EXPECT_EQ(WatchOf(u"D:\\In"), nullptr);
+    EXPECT_EQ(world().OpenHandleCount(), handles - 1);
+    EXPECT_TRUE(world().eventLog.Records().empty());
+}
+
+TEST_F(InputFolderTest, WithoutAWakeUpFileTheWatchEndsAtItsNextChange)
+{
+    StartOn();
+    world().faults.Fail("GetTempFileNameW", ERROR_ACCESS_DENIED);
+    RemoveHotFolder(watcher, *watcher.specsByIni.begin());
+    RunCompletions();
+    ASSERT_NE(WatchOf(u"D:\\In"), nullptr) << "nothing completed its read";
+
+    world().files.WriteFile(u"D:\\In\\someone's.pdf", "");
+    RunCompletions();
+    EXPECT_EQ(WatchOf(u"D:\\In"), nullptr);
+    EXPECT_TRUE(world().eventLog.Records().empty());
+}
+
+}  // namespace
+}  // namespace hf::test

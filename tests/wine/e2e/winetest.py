@@ -192,7 +192,14 @@ class Prefix:
     def reg_tree(self, key):
         """`wine reg query /s` as {path below `key` ("" for itself): {value name
         ("" for the default): (type, data)}}; None when the key is missing."""
-        result = self.wine("reg", "query", key, "/s", check=False)
+        # A failure of reg.exe itself is asked again and then reported with its
+        # output, never taken for a missing key.
+        for _ in range(3):
+            result = self.wine("reg", "query", key, "/s", check=False)
+            if result.returncode == 0 or "Unable to find" in result.stdout:
+                break
+        else:
+            raise RuntimeError(f"reg query {key} exited with {result.returncode}: {result.stdout!r} {result.stderr!r}")
         if result.returncode != 0:
             return None
         root, _, rest = key.partition("\\")

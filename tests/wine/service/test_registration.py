@@ -16,12 +16,12 @@ class Registration(PrefixStory):
     prefix_name = "registration"
 
     def run_switch(self, switch):
-        run = self.prefix.run(self.prefix.executable, switch, timeout=120)
-        self.assertEqual(run.exit_code, 0, f"{switch}: {run.events}")
+        self.last_run = self.prefix.run(self.prefix.executable, switch, timeout=120)
+        self.assertEqual(self.last_run.exit_code, 0, f"{switch}: {self.last_run.events}")
 
     def assertTables(self, classes_root, expected):
         for key, tree in expected.items():
-            self.assertEqual(self.prefix.reg_tree(classes_root + "\\" + key), tree, key)
+            self.assertEqual(self.prefix.reg_tree(classes_root + "\\" + key), tree, f"{key} {self.last_run}")
 
     def assertNoTables(self, classes_root, expected):
         for key in expected:

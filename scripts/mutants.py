@@ -635,8 +635,12 @@ def sync_tree():
 
 
 def build_env():
+    """ccache, where installed, lets the scratch copy share objects with the
+    project's own builds; without it each mutant still rebuilds incrementally."""
     env = dict(os.environ)
-    env.update(CMAKE_CXX_COMPILER_LAUNCHER="ccache", CMAKE_C_COMPILER_LAUNCHER="ccache", CCACHE_BASEDIR="/work")
+    if shutil.which("ccache"):
+        env.update(CMAKE_CXX_COMPILER_LAUNCHER="ccache", CMAKE_C_COMPILER_LAUNCHER="ccache",
+                   CCACHE_BASEDIR=os.path.dirname(ROOT))
     return env
 
 

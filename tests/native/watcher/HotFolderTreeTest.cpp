@@ -72,41 +72,71 @@ INSTANTIATE_TEST_SUITE_P(Table, TreeStartUp, ::testing::ValuesIn(kStartCases));
 
 class HotFolderTreeTest : public WatcherTest {};
 
-TEST_F(HotFolderTreeTest, StartUpLoadsTheHotFoldersOfTheFirstLevel)
+// Start-up loads the complete hot folders one level below the root (a
+// Desktop.ini in any case). The root's watch serves every input folder below
+// it, matched by the root's letters in any case (and a sibling whose name
+// begins with the root's, which it never sees), and keeps their entries when
+// their hot folders go; other input folders share a watch by use count. Only
+// the files of input folders become pending.
+TEST_F(HotFolderTreeTest, StartUpLoadsTheFirstLevelAndTheRootWatchServesBelowIt)
 {
+    std::u16string const sibling = std::u16string(kRoot) + u" Archive";
+    world().files.MakeDirectory(sibling);
+    world().files.MakeDirectory(u"D:\\Letters\\In");
     WriteHotFolder(u"Invoices", "In");
     WriteHotFolder(u"Letters", "D:\\Letters\\In");
-    world().files.MakeDirectory(u"D:\\Letters\\In");
     WriteHotFolder(u"Hidden", "D:\\Letters\\In");
-    world().files.WriteFile(InRoot(u"Lower\\desktop.ini"), Ini("In"));
+    WriteHotFolder(u"Old", U8(sibling));
+    world().files.WriteFile(InRoot(u"Lower\\desktop.ini"),
+                            Ini("c:\\users\\clerk\\appdata\\local\\tarnwick hot folders\\lower\\in"));
     world().files.WriteFile(InRoot(u"Incomplete\\Desktop.ini"), "[Tarnwick]\r\nInputFolder=In\r\n");
     world().files.WriteFile(InRoot(u"Invoices\\Nested\\Desktop.ini"), Ini("D:\\Nested"));
     world().files.WriteFile(InRoot(u"Desktop.ini"), Ini("D:\\Root"));
-
     ASSERT_EQ(Start(), TreeStart::Watching);
 
     EXPECT_EQ(LoadedHotFolders(),
               (std::vector<std::string>{kRoot8 + "\\Hidden\\Desktop.ini", kRoot8 + "\\Invoices\\Desktop.ini",
-                                        kRoot8 + "\\Letters\\Desktop.ini", kRoot8 + "\\Lower\\Desktop.ini"}));
-    EXPECT_EQ(WatchOf(InRoot(u"Invoices\\In")), rootWatch.get());
-    EXPECT_EQ(WatchOf(InRoot(u"Lower\\In")), rootWatch.get());
-    EXPECT_EQ(rootWatch->useCount, 3u) << "its own use and two input folders below the root";
+                                        kRoot8 + "\\Letters\\Desktop.ini", kRoot8 + "\\Lower\\Desktop.ini",
+                                        kRoot8 + "\\Old\\Desktop.ini"}));
+    for (auto const& below : {InRoot(u"Invoices\\In"), InRoot(u"Lower\\In"), sibling}) {
+        EXPECT_EQ(WatchOf(below), rootWatch.get()) << U8(below);
+    }
+    EXPECT_EQ(rootWatch->useCount, 4u) << "its own use and three input folders";
     DirectoryWatch* letters = WatchOf(u"D:\\Letters\\In");
-    ASSERT_NE(letters, nullptr);
-    EXPECT_NE(letters, rootWatch.get());
+    ASSERT_NE(letters, rootWatch.get());
     EXPECT_EQ(letters->useCount, 2u);
     EXPECT_EQ(U8(letters->path), "D:\\Letters\\In");
-    EXPECT_EQ(watcher.watches.size(), 3u);
+    world().eventLog.Clear();
+
+    world().files.WriteFile(InRoot(u"Invoices\\In\\report.pdf"), "");
+    world().files.WriteFile(InRoot(u"loose.txt"), "");
+    world().files.WriteFile(InRoot(u"Desktop.ini"), Ini("D:\\x"));
+    world().files.WriteFile(InRoot(u"Invoices\\notes.txt"), "");
+    world().files.WriteFile(sibling + u"\\old.pdf", "");
+    world().files.Delete(InRoot(u"Invoices\\Desktop.ini"));
+    RunCompletions();
+    EXPECT_EQ(EventsWithId(MSG_FILE_ADDED),
+              (std::vector<std::string>{kRoot8 + "|Invoices\\In\\report.pdf", kRoot8 + "|loose.txt",
+                                        kRoot8 + "|Invoices\\notes.txt"}));
+    EXPECT_EQ(EventsWithId(MSG_FILE_REMOVED), (std::vector<std::string>{kRoot8 + "|Invoices\\Desktop.ini"}));
+    EXPECT_EQ(PendingPaths(), (std::vector<std::string>{kRoot8 + "\\Invoices\\In\\report.pdf"}));
+    EXPECT_EQ(LoadedHotFolders().size(), 4u);
+    EXPECT_EQ(rootWatch->useCount, 3u);
+    EXPECT_EQ(WatchOf(InRoot(u"Invoices\\In")), rootWatch.get()) << "the entry stays";
+
+    WriteHotFolder(u"Invoices", "In");
+    RunCompletions();
+    EXPECT_EQ(rootWatch->useCount, 4u);
+    EXPECT_EQ(watcher.watches.size(), 4u);
 }
 
-// Desktop.ini files written, edited to move an input folder, stripped of a
-// key, renamed away and back, deleted: the hot folders follow, and their
-// watches, shared by use count, with them.
+// Desktop.ini files written, edited to move an input folder (to one that does
+// not exist: message 35, loaded without a watch), stripped of a key, renamed
+// away and back, deleted: the hot folders follow, and their watches, shared by
+// use count, with them.
 TEST_F(HotFolderTreeTest, TheLifeOfTwoHotFoldersOnOneFolder)
 {
-    world().files.MakeDirectory(u"D:\\In");
-    world().files.MakeDirectory(u"D:\\Elsewhere");
-    ASSERT_EQ(Start(), TreeStart::Watching);
+    StartOn({});
     std::size_t const handles = world().OpenHandleCount();
 
     WriteHotFolder(u"Invoices", "D:\\In");
@@ -132,10 +162,20 @@ TEST_F(HotFolderTreeTest, TheLifeOfTwoHotFoldersOnOneFolder)
     EXPECT_EQ(world().OpenHandleCount(), handles + 1);
     EXPECT_TRUE(world().files.List(u"D:\\In").empty()) << "the wake-up file deleted itself";
 
+    world().eventLog.Clear();
+    WriteHotFolder(u"Invoices", "D:\\Missing");
+    world().files.Touch(InRoot(u"Invoices\\Desktop.ini"));
+    RunCompletions();
+    EXPECT_EQ(LoadedHotFolders().size(), 1u);
+    EXPECT_TRUE(watcher.watches.empty());
+    EXPECT_EQ(EventsWithId(MSG_OPEN_FOLDER_FAILED), (std::vector<std::string>(2, "D:\\Missing|2")));
+    EXPECT_EQ(world().eventLog.WithId(MSG_OPEN_FOLDER_FAILED)[0].type, EVENTLOG_ERROR_TYPE);
+
     world().files.WriteFile(InRoot(u"Invoices\\Desktop.ini"), "[Tarnwick]\r\nInputFolder=D:\\In\r\nScript=s.py\r\n");
     RunCompletions();
     EXPECT_TRUE(LoadedHotFolders().empty()) << "a key missing";
     EXPECT_TRUE(watcher.watches.empty());
+    EXPECT_EQ(rootWatch->useCount, 1u);
     EXPECT_EQ(world().OpenHandleCount(), handles);
 
     WriteHotFolder(u"Invoices", "D:\\In");
@@ -150,47 +190,6 @@ TEST_F(HotFolderTreeTest, TheLifeOfTwoHotFoldersOnOneFolder)
     EXPECT_TRUE(world().eventLog.WithId(MSG_KEY_NOT_FOUND_IN_INI).empty());
 }
 
-// The root's watch serves every input folder below it (and, by the letters of
-// its name alone, a sibling whose name begins with the root's, which it never
-// sees); its entries stay when their hot folders go, and only the files of
-// input folders become pending.
-TEST_F(HotFolderTreeTest, TheRootWatchServesTheInputFoldersBelowIt)
-{
-    std::u16string const sibling = std::u16string(kRoot) + u" Archive";
-    world().files.MakeDirectory(sibling);
-    WriteHotFolder(u"Invoices", "In");
-    WriteHotFolder(u"Old", U8(sibling));
-    WriteHotFolder(u"Lower", "c:\\users\\clerk\\appdata\\local\\tarnwick hot folders\\lower\\in");
-    ASSERT_EQ(Start(), TreeStart::Watching);
-    EXPECT_EQ(WatchOf(sibling), rootWatch.get());
-    EXPECT_EQ(WatchOf(InRoot(u"Lower\\In")), rootWatch.get()) << "the root's letters in any case";
-    EXPECT_EQ(rootWatch->useCount, 4u);
-    world().eventLog.Clear();
-
-    world().files.WriteFile(InRoot(u"Invoices\\In\\report.pdf"), "");
-    world().files.WriteFile(InRoot(u"loose.txt"), "");
-    world().files.WriteFile(InRoot(u"Desktop.ini"), Ini("D:\\x"));
-    world().files.WriteFile(InRoot(u"Invoices\\notes.txt"), "");
-    world().files.WriteFile(sibling + u"\\old.pdf", "");
-    world().files.Delete(InRoot(u"Invoices\\Desktop.ini"));
-    RunCompletions();
-
-    EXPECT_EQ(EventsWithId(MSG_FILE_ADDED),
-              (std::vector<std::string>{kRoot8 + "|Invoices\\In\\report.pdf", kRoot8 + "|loose.txt",
-                                        kRoot8 + "|Desktop.ini", kRoot8 + "|Invoices\\notes.txt"}));
-    EXPECT_EQ(EventsWithId(MSG_FILE_REMOVED), (std::vector<std::string>{kRoot8 + "|Invoices\\Desktop.ini"}));
-    EXPECT_EQ(PendingPaths(), (std::vector<std::string>{kRoot8 + "\\Invoices\\In\\report.pdf"}));
-    EXPECT_EQ(LoadedHotFolders(),
-              (std::vector<std::string>{kRoot8 + "\\Lower\\Desktop.ini", kRoot8 + "\\Old\\Desktop.ini"}));
-    EXPECT_EQ(rootWatch->useCount, 3u);
-    EXPECT_EQ(WatchOf(InRoot(u"Invoices\\In")), rootWatch.get()) << "the entry stays";
-
-    WriteHotFolder(u"Invoices", "In");
-    RunCompletions();
-    EXPECT_EQ(rootWatch->useCount, 4u);
-    EXPECT_EQ(watcher.watches.size(), 3u);
-}
-
 TEST_F(HotFolderTreeTest, TheRootAsInputFolderMakesItsLooseFilesJobs)
 {
     WriteHotFolder(u"Everything", "..");
@@ -201,31 +200,7 @@ TEST_F(HotFolderTreeTest, TheRootAsInputFolderMakesItsLooseFilesJobs)
     world().files.WriteFile(InRoot(u"Desktop.ini"), "not a hot folder's");
     world().files.WriteFile(InRoot(u"Everything\\note.txt"), "x");
     RunCompletions();
-
     EXPECT_EQ(PendingPaths(), (std::vector<std::string>{kRoot8 + "\\loose.txt", kRoot8 + "\\Desktop.ini"}));
-}
-
-// Message 35 on every load; the hot folder stays loaded without a watch, and
-// going away touches no other watch.
-TEST_F(HotFolderTreeTest, AnInputFolderThatDoesNotExist)
-{
-    world().files.MakeDirectory(u"D:\\");
-    WriteHotFolder(u"Invoices", "D:\\Missing");
-    ASSERT_EQ(Start(), TreeStart::Watching);
-    world().files.Touch(InRoot(u"Invoices\\Desktop.ini"));
-    RunCompletions();
-
-    EXPECT_EQ(LoadedHotFolders().size(), 1u);
-    EXPECT_TRUE(watcher.watches.empty());
-    EXPECT_EQ(RenderedEvents()[1], "Failed to open user's hot folder folder D:\\Missing.  Error code: 2\r\n");
-    EXPECT_EQ(world().eventLog.WithId(MSG_OPEN_FOLDER_FAILED).size(), 2u);
-    EXPECT_EQ(world().eventLog.Records()[1].type, EVENTLOG_ERROR_TYPE);
-
-    world().files.Delete(InRoot(u"Invoices\\Desktop.ini"));
-    RunCompletions();
-    EXPECT_TRUE(LoadedHotFolders().empty());
-    EXPECT_EQ(rootWatch->useCount, 1u);
-    EXPECT_TRUE(world().files.List(u"D:\\").empty());
 }
 
 }  // namespace

@@ -11,17 +11,6 @@ namespace {
 
 class InputFolderTest : public WatcherTest {
 protected:
-    // Hot folders on D:\In (and, when named, more of them), started.
-    void StartOn(std::vector<std::u16string> const& names = {u"Invoices"})
-    {
-        world().files.MakeDirectory(u"D:\\In");
-        world().files.MakeDirectory(u"D:\\Elsewhere");
-        for (auto const& name : names) {
-            WriteHotFolder(name, "D:\\In");
-        }
-        ASSERT_EQ(Start(), TreeStart::Watching);
-        world().eventLog.Clear();
-    }
     // The hot folder NextSpecFor hands the front file to ("" for none).
     std::string NextHotFolder()
     {
@@ -37,7 +26,7 @@ protected:
 // files out, subfolders never count.
 TEST_F(InputFolderTest, WhatUsersDoToAnInputFolder)
 {
-    StartOn();
+    StartOn({u"Invoices"});
     world().SetTicks(0xFFFFFFFFu - 1000);  // the tick count wraps while the files settle
     world().files.WriteFile(u"D:\\Elsewhere\\incoming.pdf", "%PDF");
     world().files.WriteFile(u"D:\\In\\scan.pdf", "%PDF");
@@ -149,24 +138,16 @@ TEST_F(InputFolderTest, AFileBelongsToAnInputFolderByItsWholeName)
 // know, and a last record that ends exactly at the end of the buffer.
 TEST_F(InputFolderTest, AnUnknownActionIsAWarningAndTheWalkGoesOn)
 {
-    StartOn();
+    StartOn({u"Invoices"});
     DirectoryWatch& watch = *WatchOf(u"D:\\In");
-    struct {
-        std::size_t offset;
-        DWORD action;
-        std::u16string name;
-    } const records[] = {
-        {0, FILE_ACTION_ADDED, u"a.pdf"}, {22, 9, u"b.pdf"}, {kChangeBufferSize - 22, FILE_ACTION_MODIFIED, u"a.pdf"}};
-    for (std::size_t i = 0; i < std::size(records); ++i) {
-        DWORD const next =
-            i + 1 < std::size(records) ? static_cast<DWORD>(records[i + 1].offset - records[i].offset) : 0;
-        DWORD const nameBytes = static_cast<DWORD>(records[i].name.size() * 2);
-        BYTE* const at = watch.buffer + records[i].offset;
-        std::memcpy(at, &next, 4);
-        std::memcpy(at + 4, &records[i].action, 4);
-        std::memcpy(at + 8, &nameBytes, 4);
-        std::memcpy(at + 12, records[i].name.data(), nameBytes);
-    }
+    auto const put = [&watch](std::size_t offset, DWORD next, DWORD action, std::u16string const& name) {
+        DWORD const header[] = {next, action, static_cast<DWORD>(name.size() * 2)};
+        std::memcpy(watch.buffer + offset, header, sizeof header);
+        std::memcpy(watch.buffer + offset + sizeof header, name.data(), header[2]);
+    };
+    put(0, 22, FILE_ACTION_ADDED, u"a.pdf");
+    put(22, kChangeBufferSize - 44, 9, u"b.pdf");
+    put(kChangeBufferSize - 22, 0, FILE_ACTION_MODIFIED, u"a.pdf");
     OnFolderChange(0, 44, &watch.overlapped);
 
     EXPECT_EQ(EventIds(), (std::vector<DWORD>{MSG_FILE_ADDED, MSG_FILE_UNKNOWN_ACTION, MSG_FILE_MODIFIED}));
@@ -180,7 +161,7 @@ TEST_F(InputFolderTest, AnUnknownActionIsAWarningAndTheWalkGoesOn)
 // folder loaded later only raises its count; on the root it ends all changes.
 TEST_F(InputFolderTest, AFailedReadOrCompletionSilencesTheWatch)
 {
-    StartOn();
+    StartOn({u"Invoices"});
     world().faults.Fail("ReadDirectoryChangesW", ERROR_ACCESS_DENIED);
     world().files.MakeDirectory(u"D:\\Second");
     WriteHotFolder(u"Second", "D:\\Second");
@@ -220,7 +201,7 @@ TEST_F(InputFolderTest, AFailedReadOrCompletionSilencesTheWatch)
 // and the watch goes on.
 TEST_F(InputFolderTest, AZeroByteCompletionWalksThePreviousRecordsAgain)
 {
-    StartOn();
+    StartOn({u"Invoices"});
     world().files.LoseChanges(u"D:\\In");
     RunCompletions();
     EXPECT_TRUE(world().eventLog.Records().empty());
@@ -242,7 +223,8 @@ TEST_F(InputFolderTest, AZeroByteCompletionWalksThePreviousRecordsAgain)
 
 // The last use of a watch makes a wake-up file, and the watch ends in its own
 // completion, whose records are not reported; a reload before that completion
-// keeps the watch, which then reports the wake-up file.
+// keeps the watch, which then reports the wake-up file. Without a wake-up file
+// the watch ends at its next change.
 TEST_F(InputFolderTest, TheLastUseWakesTheWatchWhichEndsInItsOwnCompletion)
 {
     StartOn({u"Invoices", u"Other"});
@@ -268,16 +250,12 @@ TEST_F(InputFolderTest, TheLastUseWakesTheWatchWhichEndsInItsOwnCompletion)
     EXPECT_EQ(WatchOf(u"D:\\In"), nullptr);
     EXPECT_EQ(world().OpenHandleCount(), handles - 1);
     EXPECT_TRUE(world().eventLog.Records().empty());
-}
 
-TEST_F(InputFolderTest, WithoutAWakeUpFileTheWatchEndsAtItsNextChange)
-{
-    StartOn();
+    LoadHotFolder(InRoot(u"Other\\Desktop.ini"), watcher);
     world().faults.Fail("GetTempFileNameW", ERROR_ACCESS_DENIED);
     RemoveHotFolder(watcher, *watcher.specsByIni.begin());
     RunCompletions();
     ASSERT_NE(WatchOf(u"D:\\In"), nullptr) << "nothing completed its read";
-
     world().files.WriteFile(u"D:\\In\\someone's.pdf", "");
     RunCompletions();
     EXPECT_EQ(WatchOf(u"D:\\In"), nullptr);

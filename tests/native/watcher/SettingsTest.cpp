@@ -25,7 +25,6 @@ void PrintTo(IniCase const& c, std::ostream* os)
 {
     *os << c.story;
 }
-
 std::string Ini(std::string const& body)
 {
     return "[Tarnwick]\r\n" + body;
@@ -84,9 +83,7 @@ TEST_P(DesktopIniRules, ResolveEachSettingOrRejectTheFileSilently)
     }
     EventReporter events(kCategoryUser);
     HotFolderSpec spec;
-
     EXPECT_EQ(LoadHotFolderSpec(events, c.path, spec), c.loads);
-
     EXPECT_EQ(spec.DesktopIniPath, c.path);
     EXPECT_EQ(U8(spec.InputFolder), c.input);
     EXPECT_EQ(U8(spec.OutputFolder), c.output);
@@ -96,31 +93,26 @@ TEST_P(DesktopIniRules, ResolveEachSettingOrRejectTheFileSilently)
 
 INSTANTIATE_TEST_SUITE_P(Table, DesktopIniRules, ::testing::ValuesIn(kIniCases));
 
-// Joining adds one backslash only where none ends the first part, and tidies nothing.
-TEST(PathRules, JoinPath)
+// Joining adds one backslash only where none ends the first part, and tidies
+// nothing; a root record names a settings change when it is a Desktop.ini (any
+// case) one level below the root, the backslashes counted with the trailing,
+// then the leading ones trimmed.
+TEST(PathRules, JoinPathAndSettingsChange)
 {
     struct {
         const char16_t *a, *b;
         const char* joined;
-    } const cases[] = {
+    } const joins[] = {
         {u"C:\\A\\", u"b", "C:\\A\\b"}, {u"C:\\A", u"b", "C:\\A\\b"},     {u"", u"b", "b"},
-        {u"C:\\A", u"", "C:\\A"},       {u"C:\\A", u"\\b", "C:\\A\\\\b"}, {u"C:\\A\\.", u"..\\b", "C:\\A\\.\\..\\b"},
-    };
-    for (auto const& c : cases) {
+        {u"C:\\A", u"", "C:\\A"},       {u"C:\\A", u"\\b", "C:\\A\\\\b"}, {u"C:\\A\\.", u"..\\b", "C:\\A\\.\\..\\b"}};
+    for (auto const& c : joins) {
         EXPECT_EQ(U8(JoinPath(c.a, c.b)), c.joined) << U8(c.a) << " + " << U8(c.b);
     }
-}
-
-// A root record names a settings change when it is a Desktop.ini (any case)
-// one level below the root; the backslashes are counted with the trailing,
-// then the leading ones trimmed.
-TEST(PathRules, SettingsChangeAndBackslashCount)
-{
     struct {
         const char16_t* name;
         std::size_t backslashes;
         bool isSettings;
-    } const cases[] = {
+    } const names[] = {
         {u"Invoices\\Desktop.ini", 1, true},
         {u"Rechnungen Ä\\DESKTOP.INI", 1, true},
         {u"\\Invoices\\Desktop.ini", 1, true},
@@ -133,7 +125,7 @@ TEST(PathRules, SettingsChangeAndBackslashCount)
         {u"\\Desktop.ini", 0, false},
         {u"", 0, false},
     };
-    for (auto const& c : cases) {
+    for (auto const& c : names) {
         EXPECT_EQ(CountBackslashes(c.name), c.backslashes) << U8(c.name);
         EXPECT_EQ(IsSettingsChange(c.name), c.isSettings) << U8(c.name);
     }

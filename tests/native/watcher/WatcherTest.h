@@ -36,6 +36,18 @@ protected:
 
     // The tree's start-up, as the watcher loop runs it.
     TreeStart Start() { return StartHotFolderTree(events, rootPath, *rootWatch, watcher); }
+    // The common scene: folders D:\\In and D:\\Elsewhere, hot folders on D:\\In,
+    // the tree started and the event log cleared.
+    void StartOn(std::vector<std::u16string> const& names)
+    {
+        world().files.MakeDirectory(u"D:\\In");
+        world().files.MakeDirectory(u"D:\\Elsewhere");
+        for (auto const& name : names) {
+            WriteHotFolder(name, "D:\\In");
+        }
+        ASSERT_EQ(Start(), TreeStart::Watching);
+        world().eventLog.Clear();
+    }
     // Lets the queued completion routines run, as the loop's alertable wait does.
     void RunCompletions() { world().RunApcs(); }
 

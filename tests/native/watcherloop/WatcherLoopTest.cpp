@@ -98,11 +98,6 @@ protected:
     {
         At(tick, [this, path] { world().files.WriteFile(path, "%PDF-1.4"); });
     }
-    // Notes how many jobs the plug-in has received by `tick`.
-    void CountJobsAt(DWORD tick)
-    {
-        At(tick, [this, tick] { jobsAt[tick] = plugIn->Frames().size(); });
-    }
     // Every job the plug-in received, as "input > output folder", in order.
     std::vector<std::string> Jobs() const
     {
@@ -119,98 +114,68 @@ protected:
 
     FakeFolderService service;
     std::shared_ptr<sim::ScriptedPipeServer> plugIn;
-    std::map<DWORD, std::size_t> jobsAt;
 };
-
-TEST_F(WatcherLoopTest, WithoutAServiceFilesAreSeenButNoJobIsSent)
-{
-    DropFileAt(100, u"C:\\In\\a.pdf");
-    EXPECT_EQ(RunWatcher(false), 0);
-    EXPECT_TRUE(plugIn->Frames().empty());
-    EXPECT_TRUE(world().processes.children.Started().empty()) << "Acrobat is never started";
-    EXPECT_EQ(U8(sim::EventLog::Render(OnlyEvent(MSG_INSTANTIATE_SERVICE_FAILED))),
-              "Failed to instantiate service.  Error code: 0x80040154.\r\n");
-    EXPECT_EQ(OnlyEvent(MSG_FILE_ADDED).strings, (std::vector<std::u16string>{u"C:\\In", u"a.pdf"}));
-    EXPECT_EQ(EventIds().back(), MSG_WAIT_SINGLE_FAILED) << "the loop ends only when its wait fails";
-}
 
 // A file is handed on 2000 ms after its last change, on the virtual clock, and
 // a turn of the loop in between (a control client connecting) waits only for
-// the rest.
-TEST_F(WatcherLoopTest, ASettledFileBecomesOneJobTwoThousandMillisecondsAfterItsLastChange)
+// the rest; pause and stop hold files back until run, and a stop does not end
+// the watcher.
+TEST_F(WatcherLoopTest, SettledFilesBecomeJobsWhileTheServiceSaysRun)
 {
     StartService();
     DropFileAt(1000, u"C:\\In\\a.pdf");
     At(1500, [this] { world().files.AppendFile(u"C:\\In\\a.pdf", " more"); });
     auto visitor = sim::ScriptedPipeClient::Create();
     At(1850, [visitor] { EXPECT_TRUE(visitor->Open(kWatcherPipe)) << "a second instance listens"; });
-    CountJobsAt(3500);
-    CountJobsAt(3501);
-    RunWatcher(false);
-    EXPECT_EQ(service.announced, (std::vector<std::u16string>{kWatcherPipe}));
-    EXPECT_EQ(jobsAt[3500], 0u);
-    EXPECT_EQ(jobsAt[3501], 1u);
-    EXPECT_EQ(Jobs(), kOneJob);
-    EXPECT_EQ(service.references, 0u) << "the watcher released the service at its end";
-}
-
-// Pause and stop hold files back until run; a stop does not end the watcher.
-TEST_F(WatcherLoopTest, PauseAndStopHoldTheHandingOnAndRunResumesIt)
-{
-    StartService();
-    DropFileAt(100, u"C:\\In\\a.pdf");
     At(5000, [this] { service.Broadcast(CMD_PAUSE); });
     DropFileAt(6000, u"C:\\In\\b.pdf");
-    CountJobsAt(20000);
     At(20000, [this] { service.Broadcast(CMD_RUN); });
     At(21000, [this] { service.Broadcast(CMD_STOP); });
     DropFileAt(22000, u"C:\\In\\c.pdf");
-    CountJobsAt(29000);
     At(29000, [this] { service.Broadcast(CMD_RUN); });
+    std::map<DWORD, std::size_t> jobsAt;  // how many jobs the plug-in had received by a tick
+    for (DWORD tick : {3500u, 3501u, 20000u, 29000u}) {
+        At(tick, [this, tick, &jobsAt] { jobsAt[tick] = plugIn->Frames().size(); });
+    }
     RunWatcher(false);
-    EXPECT_EQ(jobsAt[20000], 1u);
-    EXPECT_EQ(jobsAt[29000], 2u);
+    EXPECT_EQ(service.announced, (std::vector<std::u16string>{kWatcherPipe}));
+    EXPECT_EQ(jobsAt, (std::map<DWORD, std::size_t>{{3500, 0}, {3501, 1}, {20000, 1}, {29000, 2}}));
     EXPECT_EQ(Jobs(), (std::vector<std::string>{"C:\\In\\a.pdf > C:\\Out", "C:\\In\\b.pdf > C:\\Out",
                                                 "C:\\In\\c.pdf > C:\\Out"}));
+    EXPECT_EQ(service.references, 0u) << "the watcher released the service at its end";
 }
 
-// What users do to an input folder, with the change records laid out padded
-// (as Windows does) and end to end (as Wine does): a record need not start on a
-// 4-byte boundary, and no record of a read may be lost either way.
+// A burst of writes and a rename, with the change records laid out padded (as
+// Windows does) and end to end (as Wine does): a record need not start on a
+// 4-byte boundary, no record of a read may be lost either way, and a renamed
+// file is handed on under its new name only.
 class RecordLayouts : public WatcherLoopTest, public ::testing::WithParamInterface<sim::FileSystem::RecordLayout> {};
 
-TEST_P(RecordLayouts, EveryFileOfABurstReachesBothHotFoldersInTheOrderOfTheWrites)
+TEST_P(RecordLayouts, EveryFileReachesEachOfItsHotFoldersInTheOrderOfTheWrites)
 {
     world().files.recordLayout = GetParam();
     world().files.MakeDirectory(u"C:\\Shared");
     HotFolder(u"B-Stamp", "C:\\Shared", "C:\\Stamped");
     HotFolder(u"A-Print", "C:\\Shared", "C:\\Printed");
     StartService();
+    DropFileAt(100, u"C:\\In\\a.txt");
     At(100, [this] {
         // Names of odd and even lengths, written between two waits: one read holds them all.
         for (int i = 1; i <= 120; ++i) {
             world().files.WriteFile(u"C:\\Shared\\f" + Widen(std::to_string(i)) + u".pdf", "%PDF");
         }
     });
+    At(1000, [this] { world().files.Rename(u"C:\\In\\a.txt", u"C:\\In\\b.txt"); });
     std::vector<std::string> expected;
     for (int i = 1; i <= 120; ++i) {
         std::string const input = "C:\\Shared\\f" + std::to_string(i) + ".pdf";
         expected.push_back(input + " > C:\\Printed");
         expected.push_back(input + " > C:\\Stamped");
     }
+    expected.push_back("C:\\In\\b.txt > C:\\Out");
     RunWatcher(false);
     EXPECT_EQ(Jobs(), expected);
-}
-
-TEST_P(RecordLayouts, ARenamedFileIsHandedOnUnderItsNewNameOnly)
-{
-    world().files.recordLayout = GetParam();
-    StartService();
-    DropFileAt(100, u"C:\\In\\a.txt");
-    At(1000, [this] { world().files.Rename(u"C:\\In\\a.txt", u"C:\\In\\b.txt"); });
-    RunWatcher(false);
     EXPECT_EQ(OnlyEvent(MSG_FILE_RENAMED_NEW).strings, (std::vector<std::u16string>{u"C:\\In", u"b.txt"}));
-    EXPECT_EQ(Jobs(), (std::vector<std::string>{"C:\\In\\b.txt > C:\\Out"}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Watcher, RecordLayouts,
@@ -228,9 +193,10 @@ struct CommandStory {
 
 class ControlCommands : public WatcherLoopTest, public ::testing::WithParamInterface<CommandStory> {};
 
-// A control client writes its codes back to back; only the last one read is in
-// force when the loop next turns, any value but pause and stop means run, and a
-// short read keeps the rest of the previous code.
+// A control client writes its codes back to back and leaves: only the last one
+// read is in force when the loop next turns, any value but pause and stop means
+// run, a short read keeps the rest of the previous code, and the client's
+// leaving is reported (44, code 109) and closes the watcher's end.
 TEST_P(ControlCommands, OnlyTheLastCodeIsInForce)
 {
     auto client = sim::ScriptedPipeClient::Create();
@@ -238,10 +204,12 @@ TEST_P(ControlCommands, OnlyTheLastCodeIsInForce)
         ASSERT_TRUE(client->Open(kWatcherPipe));
         client->Write(GetParam().bytes);
     });
+    At(80, [client] { client->Close(); });
     DropFileAt(100, u"C:\\In\\a.pdf");
     RunWatcher(false);
     EXPECT_EQ(plugIn->Frames().size(), GetParam().runs ? 1u : 0u);
-    EXPECT_TRUE(world().eventLog.WithId(MSG_READ_PIPE_CALLBACK_ERROR).empty());
+    EXPECT_EQ(OnlyEvent(MSG_READ_PIPE_CALLBACK_ERROR).strings, (std::vector<std::u16string>{kWatcherPipe, u"109"}));
+    EXPECT_TRUE(client->ServerClosed());
 }
 
 std::vector<BYTE> Codes(std::vector<DWORD> const& codes)
@@ -256,7 +224,8 @@ std::vector<BYTE> Codes(std::vector<DWORD> const& codes)
 }
 
 INSTANTIATE_TEST_SUITE_P(Stories, ControlCommands,
-                         ::testing::Values(CommandStory{"RunAlone", Codes({CMD_RUN}), true},
+                         ::testing::Values(CommandStory{"NothingSent", {}, false},
+                                           CommandStory{"RunAlone", Codes({CMD_RUN}), true},
                                            CommandStory{"UnknownValueMeansRun", Codes({0x1234}), true},
                                            CommandStory{"RunRunStop", Codes({CMD_RUN, CMD_RUN, CMD_STOP}), false},
                                            CommandStory{"StopPauseRun", Codes({CMD_STOP, CMD_PAUSE, CMD_RUN}), true},
@@ -265,6 +234,75 @@ INSTANTIATE_TEST_SUITE_P(Stories, ControlCommands,
                                            CommandStory{"ShortReadAfterRunIsStop", {1, 0x80, 0, 0, 2, 0x80}, false}),
                          [](auto const& info) { return std::string(info.param.name); });
 
+// One file dropped at 100 ms into a watcher whose surroundings fail or change
+// in one way: the file's fate, and exactly the report (if any) that each
+// failure calls for.
+struct OneFileStory {
+    const char* name;
+    bool service;
+    const char* fails;  // the call that fails, or none
+    DWORD error;
+    void (*at1000)(FakeFolderService&);
+    std::size_t jobs;
+    DWORD reportId;
+    std::string report;  // the only report with that id, rendered, or none
+};
+
+void ServiceExits(FakeFolderService& service)
+{
+    service.Exit();
+}
+void HotFolderGoes(FakeFolderService&)
+{
+    sim::TheWorld().files.Delete(std::u16string(kRoot) + u"\\Invoices\\Desktop.ini");
+}
+
+class OneFile : public WatcherLoopTest, public ::testing::WithParamInterface<OneFileStory> {};
+
+TEST_P(OneFile, MeetsItsFateWithExactlyItsReports)
+{
+    OneFileStory const& story = GetParam();
+    if (story.service) {
+        StartService();
+    }
+    world().faults.Fail(story.fails, story.error);
+    DropFileAt(100, u"C:\\In\\a.pdf");
+    if (story.at1000) {
+        At(1000, [this, &story] { story.at1000(service); });
+    }
+    RunWatcher(false);
+    EXPECT_EQ(Jobs(), std::vector<std::string>(story.jobs, "C:\\In\\a.pdf > C:\\Out"));
+    EXPECT_EQ(world().processes.children.Started().size(), story.jobs) << "Acrobat is started for a job only";
+    std::vector<std::string> reports;
+    for (auto const& record : world().eventLog.WithId(story.reportId)) {
+        reports.push_back(U8(sim::EventLog::Render(record)));
+    }
+    EXPECT_EQ(reports, story.report.empty() ? std::vector<std::string>{} : std::vector<std::string>{story.report});
+}
+
+std::string const kPipe8 = "\\\\.\\pipe\\Tarnwick_FolderWatcher_OFFICE_clerk";
+
+// The watcher stays stopped until a service says otherwise, keeps its last
+// command when the service goes, drops a file whose hot folder went, listens
+// nowhere silently on an instance it could not create while the other serves,
+// and stays stopped when its control read cannot start.
+OneFileStory const kOneFileStories[] = {
+    {"NoService", false, "", 0, nullptr, 0, MSG_INSTANTIATE_SERVICE_FAILED,
+     "Failed to instantiate service.  Error code: 0x80040154.\r\n"},
+    {"ServiceGoes", true, "", 0, ServiceExits, 1, MSG_READ_PIPE_CALLBACK_ERROR,
+     "Error passed into ReadPipe(" + kPipe8 + ") overlapped callback.\r\n\r\nError code: 109\r\n"},
+    {"HotFolderGoes", true, "", 0, HotFolderGoes, 0, MSG_FILE_REMOVED,
+     "File removed from " + U8(kRoot) + ":\r\n\r\nInvoices\\Desktop.ini\r\n"},
+    {"NoSecondInstance", true, "CreateNamedPipeW", ERROR_ACCESS_DENIED, nullptr, 1, MSG_CREATE_NAMED_PIPE_FAILED, ""},
+    {"ControlReadFails", true, "ReadFileEx", ERROR_INVALID_HANDLE, nullptr, 0, MSG_READ_FILE_FAILED,
+     "ReadFile(" + kPipe8 + ") failed.  Error code: 6\r\n"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Stories, OneFile, ::testing::ValuesIn(kOneFileStories),
+                         [](auto const& info) { return std::string(info.param.name); });
+
+// A watcher that finds another listening for its user, or cannot find its root
+// folder, ends before its loop and before COM.
 TEST_F(WatcherLoopTest, ASecondWatcherOfTheSameUserExitsWithMessage54)
 {
     auto first = sim::ScriptedPipeServer::Create(kWatcherPipe);
@@ -276,16 +314,13 @@ TEST_F(WatcherLoopTest, ASecondWatcherOfTheSameUserExitsWithMessage54)
     EXPECT_EQ(world().com.apartments, 0);
 }
 
-TEST_F(WatcherLoopTest, WhenTheServiceGoesTheWatcherKeepsItsLastCommand)
+TEST_F(WatcherLoopTest, AWatcherWithoutARootFolderEndsAfterMessage34)
 {
-    StartService();
-    At(1000, [this] { service.Exit(); });
-    DropFileAt(2000, u"C:\\In\\a.pdf");
-    RunWatcher(false);
-    EXPECT_EQ(U8(sim::EventLog::Render(OnlyEvent(MSG_READ_PIPE_CALLBACK_ERROR))),
-              "Error passed into ReadPipe(\\\\.\\pipe\\Tarnwick_FolderWatcher_OFFICE_clerk) overlapped "
-              "callback.\r\n\r\nError code: 109\r\n");
-    EXPECT_EQ(Jobs(), kOneJob) << "still running";
+    world().faults.Fail("SHGetFolderPathW", ERROR_ACCESS_DENIED);
+    EXPECT_EQ(RunWatcher(false), 0);
+    EXPECT_EQ(OnlyEvent(MSG_CREATE_ROOT_FAILED).strings.front(), u"");
+    EXPECT_EQ(world().ExhaustedWaits(), 0) << "the loop never ran";
+    EXPECT_EQ(world().com.apartments, 0);
 }
 
 TEST_F(WatcherLoopTest, AnIdleWatcherNeverWakesUp)
@@ -320,59 +355,6 @@ TEST_P(AcrobatLifetime, IsTerminatedOnlyAsService)
 }
 
 INSTANTIATE_TEST_SUITE_P(Stories, AcrobatLifetime, ::testing::Combine(::testing::Bool(), ::testing::Bool()));
-
-TEST_F(WatcherLoopTest, AFileWhoseHotFolderWentAwayIsDroppedWithoutAJob)
-{
-    StartService();
-    DropFileAt(100, u"C:\\In\\a.pdf");
-    At(500, [this] { world().files.Delete(std::u16string(kRoot) + u"\\Invoices\\Desktop.ini"); });
-    RunWatcher(false);
-    EXPECT_TRUE(plugIn->Frames().empty());
-    EXPECT_TRUE(world().processes.children.Started().empty());
-}
-
-TEST_F(WatcherLoopTest, AWatcherWithoutARootFolderEndsAfterMessage34)
-{
-    world().faults.Fail("SHGetFolderPathW", ERROR_ACCESS_DENIED);
-    EXPECT_EQ(RunWatcher(false), 0);
-    EXPECT_EQ(OnlyEvent(MSG_CREATE_ROOT_FAILED).strings.front(), u"");
-    EXPECT_EQ(world().ExhaustedWaits(), 0) << "the loop never ran";
-    EXPECT_EQ(world().com.apartments, 0);
-}
-
-// The control pipe's failure rules: an instance that cannot be created listens
-// nowhere, silently, while the other serves; a read that cannot start is
-// reported (22) and leaves the watcher stopped; a client that leaves is 44.
-TEST_F(WatcherLoopTest, AnInstanceThatCouldNotBeCreatedListensNowhereWhileTheOtherServes)
-{
-    world().faults.Fail("CreateNamedPipeW", ERROR_ACCESS_DENIED);
-    StartService();
-    DropFileAt(100, u"C:\\In\\a.pdf");
-    RunWatcher(false);
-    EXPECT_EQ(Jobs(), kOneJob);
-    EXPECT_TRUE(world().eventLog.WithId(MSG_CREATE_NAMED_PIPE_FAILED).empty());
-}
-
-TEST_F(WatcherLoopTest, AControlReadThatCannotStartIsReportedAndTheWatcherStaysStopped)
-{
-    world().faults.Fail("ReadFileEx", ERROR_INVALID_HANDLE);
-    StartService();
-    DropFileAt(100, u"C:\\In\\a.pdf");
-    RunWatcher(false);
-    EXPECT_EQ(U8(sim::EventLog::Render(OnlyEvent(MSG_READ_FILE_FAILED))),
-              "ReadFile(\\\\.\\pipe\\Tarnwick_FolderWatcher_OFFICE_clerk) failed.  Error code: 6\r\n");
-    EXPECT_TRUE(plugIn->Frames().empty());
-}
-
-TEST_F(WatcherLoopTest, AClientThatSendsNothingAndLeavesIsReportedWithCode109)
-{
-    auto client = sim::ScriptedPipeClient::Create();
-    At(50, [client] { ASSERT_TRUE(client->Open(kWatcherPipe)); });
-    At(80, [client] { client->Close(); });
-    RunWatcher(false);
-    EXPECT_EQ(OnlyEvent(MSG_READ_PIPE_CALLBACK_ERROR).strings, (std::vector<std::u16string>{kWatcherPipe, u"109"}));
-    EXPECT_TRUE(client->ServerClosed()) << "the watcher closed its end";
-}
 
 }  // namespace
 }  // namespace hf::test

@@ -12,7 +12,7 @@ struct StartCase {
     const char* fails;
     DWORD error;
     TreeStart start;
-    std::vector<std::string> events;
+    Texts events;
 };
 
 void PrintTo(StartCase const& c, std::ostream* os)
@@ -63,7 +63,7 @@ TEST_P(TreeStartUp, MakesTheRootOrReportsTheFailingStep)
         EXPECT_EQ(record.type, watching ? EVENTLOG_INFORMATION_TYPE : EVENTLOG_ERROR_TYPE);
     }
     EXPECT_EQ(EventsWithId(watching ? MSG_WATCHING_ROOT : MSG_WATCH_ROOT_FAILED),
-              c.start == TreeStart::NoRootFolder ? std::vector<std::string>{} : std::vector<std::string>{kRoot8});
+              c.start == TreeStart::NoRootFolder ? Texts{} : Texts{kRoot8});
     EXPECT_EQ(LoadedHotFolders().size(), watching && c.error == 0 ? 1u : 0u);
     EXPECT_EQ(world().files.IsDirectory(kRoot), c.start != TreeStart::NoRootFolder);
 }
@@ -94,10 +94,9 @@ TEST_F(HotFolderTreeTest, StartUpLoadsTheFirstLevelAndTheRootWatchServesBelowIt)
     world().files.WriteFile(InRoot(u"Desktop.ini"), Ini("D:\\Root"));
     ASSERT_EQ(Start(), TreeStart::Watching);
 
-    EXPECT_EQ(LoadedHotFolders(),
-              (std::vector<std::string>{kRoot8 + "\\Hidden\\Desktop.ini", kRoot8 + "\\Invoices\\Desktop.ini",
-                                        kRoot8 + "\\Letters\\Desktop.ini", kRoot8 + "\\Lower\\Desktop.ini",
-                                        kRoot8 + "\\Old\\Desktop.ini"}));
+    EXPECT_EQ(LoadedHotFolders(), (Texts{kRoot8 + "\\Hidden\\Desktop.ini", kRoot8 + "\\Invoices\\Desktop.ini",
+                                         kRoot8 + "\\Letters\\Desktop.ini", kRoot8 + "\\Lower\\Desktop.ini",
+                                         kRoot8 + "\\Old\\Desktop.ini"}));
     for (auto const& below : {InRoot(u"Invoices\\In"), InRoot(u"Lower\\In"), sibling}) {
         EXPECT_EQ(WatchOf(below), rootWatch.get()) << U8(below);
     }
@@ -116,10 +115,9 @@ TEST_F(HotFolderTreeTest, StartUpLoadsTheFirstLevelAndTheRootWatchServesBelowIt)
     world().files.Delete(InRoot(u"Invoices\\Desktop.ini"));
     RunCompletions();
     EXPECT_EQ(EventsWithId(MSG_FILE_ADDED),
-              (std::vector<std::string>{kRoot8 + "|Invoices\\In\\report.pdf", kRoot8 + "|loose.txt",
-                                        kRoot8 + "|Invoices\\notes.txt"}));
-    EXPECT_EQ(EventsWithId(MSG_FILE_REMOVED), (std::vector<std::string>{kRoot8 + "|Invoices\\Desktop.ini"}));
-    EXPECT_EQ(PendingPaths(), (std::vector<std::string>{kRoot8 + "\\Invoices\\In\\report.pdf"}));
+              (Texts{kRoot8 + "|Invoices\\In\\report.pdf", kRoot8 + "|loose.txt", kRoot8 + "|Invoices\\notes.txt"}));
+    EXPECT_EQ(EventsWithId(MSG_FILE_REMOVED), (Texts{kRoot8 + "|Invoices\\Desktop.ini"}));
+    EXPECT_EQ(PendingPaths(), (Texts{kRoot8 + "\\Invoices\\In\\report.pdf"}));
     EXPECT_EQ(LoadedHotFolders().size(), 4u);
     EXPECT_EQ(rootWatch->useCount, 3u);
     EXPECT_EQ(WatchOf(InRoot(u"Invoices\\In")), rootWatch.get()) << "the entry stays";
@@ -142,8 +140,7 @@ TEST_F(HotFolderTreeTest, TheLifeOfTwoHotFoldersOnOneFolder)
     WriteHotFolder(u"Invoices", "D:\\In");
     WriteHotFolder(u"Archive", "D:\\In");
     RunCompletions();
-    EXPECT_EQ(LoadedHotFolders(),
-              (std::vector<std::string>{kRoot8 + "\\Archive\\Desktop.ini", kRoot8 + "\\Invoices\\Desktop.ini"}));
+    EXPECT_EQ(LoadedHotFolders(), (Texts{kRoot8 + "\\Archive\\Desktop.ini", kRoot8 + "\\Invoices\\Desktop.ini"}));
     DirectoryWatch* const shared = WatchOf(u"D:\\In");
     ASSERT_NE(shared, nullptr);
     EXPECT_EQ(shared->useCount, 2u);
@@ -168,7 +165,7 @@ TEST_F(HotFolderTreeTest, TheLifeOfTwoHotFoldersOnOneFolder)
     RunCompletions();
     EXPECT_EQ(LoadedHotFolders().size(), 1u);
     EXPECT_TRUE(watcher.watches.empty());
-    EXPECT_EQ(EventsWithId(MSG_OPEN_FOLDER_FAILED), (std::vector<std::string>(2, "D:\\Missing|2")));
+    EXPECT_EQ(EventsWithId(MSG_OPEN_FOLDER_FAILED), (Texts(2, "D:\\Missing|2")));
     EXPECT_EQ(world().eventLog.WithId(MSG_OPEN_FOLDER_FAILED)[0].type, EVENTLOG_ERROR_TYPE);
 
     world().files.WriteFile(InRoot(u"Invoices\\Desktop.ini"), "[Tarnwick]\r\nInputFolder=D:\\In\r\nScript=s.py\r\n");
@@ -184,8 +181,7 @@ TEST_F(HotFolderTreeTest, TheLifeOfTwoHotFoldersOnOneFolder)
     EXPECT_TRUE(LoadedHotFolders().empty()) << "renamed away";
     world().files.Rename(InRoot(u"Invoices\\Desktop.old"), InRoot(u"Invoices\\DESKTOP.INI"));
     RunCompletions();
-    EXPECT_EQ(LoadedHotFolders(), (std::vector<std::string>{kRoot8 + "\\Invoices\\DESKTOP.INI"}))
-        << "as the record spells it";
+    EXPECT_EQ(LoadedHotFolders(), (Texts{kRoot8 + "\\Invoices\\DESKTOP.INI"})) << "as the record spells it";
     EXPECT_EQ(WatchOf(u"D:\\In")->useCount, 1u);
     EXPECT_TRUE(world().eventLog.WithId(MSG_KEY_NOT_FOUND_IN_INI).empty());
 }
@@ -200,7 +196,7 @@ TEST_F(HotFolderTreeTest, TheRootAsInputFolderMakesItsLooseFilesJobs)
     world().files.WriteFile(InRoot(u"Desktop.ini"), "not a hot folder's");
     world().files.WriteFile(InRoot(u"Everything\\note.txt"), "x");
     RunCompletions();
-    EXPECT_EQ(PendingPaths(), (std::vector<std::string>{kRoot8 + "\\loose.txt", kRoot8 + "\\Desktop.ini"}));
+    EXPECT_EQ(PendingPaths(), (Texts{kRoot8 + "\\loose.txt", kRoot8 + "\\Desktop.ini"}));
 }
 
 }  // namespace

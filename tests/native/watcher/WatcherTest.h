@@ -16,6 +16,8 @@
 
 namespace hf::test {
 
+using Texts = std::vector<std::string>;
+
 // The root folder, in UTF-16 and in UTF-8.
 inline constexpr char16_t kRoot[] = u"C:\\Users\\clerk\\AppData\\Local\\Tarnwick Hot Folders";
 inline std::string const kRoot8 = U8(kRoot);
@@ -52,9 +54,9 @@ protected:
     void RunCompletions() { world().RunApcs(); }
 
     // The pending files' paths, oldest first.
-    std::vector<std::string> PendingPaths() const
+    Texts PendingPaths() const
     {
-        std::vector<std::string> paths;
+        Texts paths;
         for (auto const& file : watcher.pending) {
             paths.push_back(U8(file.path));
         }
@@ -62,9 +64,9 @@ protected:
     }
     // The DesktopIniPath of every loaded hot folder, in table order, after
     // checking that both tables hold the same specs.
-    std::vector<std::string> LoadedHotFolders() const
+    Texts LoadedHotFolders() const
     {
-        std::vector<std::string> paths;
+        Texts paths;
         for (auto const& spec : watcher.specsByIni) {
             EXPECT_EQ(watcher.specsByInput.count(spec), 1u);
             paths.push_back(U8(spec->DesktopIniPath));
@@ -79,9 +81,9 @@ protected:
         return entry == watcher.watches.end() ? nullptr : entry->second;
     }
     // The insertion strings of every event with this id, as "path|name".
-    std::vector<std::string> EventsWithId(DWORD id) const
+    Texts EventsWithId(DWORD id) const
     {
-        std::vector<std::string> texts;
+        Texts texts;
         for (auto const& record : sim::TheWorld().eventLog.WithId(id)) {
             std::string text;
             for (std::size_t i = 0; i < record.strings.size(); ++i) {

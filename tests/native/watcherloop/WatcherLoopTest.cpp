@@ -15,9 +15,11 @@
 namespace hf::test {
 namespace {
 
+using Texts = std::vector<std::string>;
 constexpr char16_t kAcrobatExe[] = u"C:\\Program Files\\Adobe\\Acrobat\\Acrobat.exe";
 constexpr char16_t kWatcherPipe[] = u"\\\\.\\pipe\\Tarnwick_FolderWatcher_OFFICE_clerk";
 constexpr char16_t kRoot[] = u"C:\\Users\\clerk\\AppData\\Local\\Tarnwick Hot Folders";
+std::string const kWatcherPipe8 = U8(kWatcherPipe);
 
 // The service as the watcher sees it: a FolderService whose ConnectWatcher
 // makes the service connect back and write its current command, through the
@@ -41,9 +43,9 @@ public:
     HRESULT UninstallUser(os::BSTR) override { return E_NOTIMPL; }
     HRESULT ConnectWatcher(os::BSTR pipeName) override
     {
-        std::u16string const name = pipeName;
-        announced.push_back(name);
-        sim::TheWorld().After(0, [this, name] { ConnectToWatcher(name, links, events, currentCommand); });
+        announced.push_back(pipeName);
+        sim::TheWorld().After(
+            0, [this, name = announced.back()] { ConnectToWatcher(name, links, events, currentCommand); });
         return S_OK;
     }
 
@@ -99,9 +101,9 @@ protected:
         At(tick, [this, path] { world().files.WriteFile(path, "%PDF-1.4"); });
     }
     // Every job the plug-in received, as "input > output folder", in order.
-    std::vector<std::string> Jobs() const
+    Texts Jobs() const
     {
-        std::vector<std::string> jobs;
+        Texts jobs;
         for (auto const& frame : plugIn->Frames()) {
             auto const job = DecodeJobPayload(frame.data() + 4, frame.size() - 4);
             jobs.push_back(job && job->script == u"C:\\Scripts\\stamp.py"
@@ -110,7 +112,6 @@ protected:
         }
         return jobs;
     }
-    std::vector<std::string> const kOneJob{"C:\\In\\a.pdf > C:\\Out"};
 
     FakeFolderService service;
     std::shared_ptr<sim::ScriptedPipeServer> plugIn;
@@ -140,8 +141,7 @@ TEST_F(WatcherLoopTest, SettledFilesBecomeJobsWhileTheServiceSaysRun)
     RunWatcher(false);
     EXPECT_EQ(service.announced, (std::vector<std::u16string>{kWatcherPipe}));
     EXPECT_EQ(jobsAt, (std::map<DWORD, std::size_t>{{3500, 0}, {3501, 1}, {20000, 1}, {29000, 2}}));
-    EXPECT_EQ(Jobs(), (std::vector<std::string>{"C:\\In\\a.pdf > C:\\Out", "C:\\In\\b.pdf > C:\\Out",
-                                                "C:\\In\\c.pdf > C:\\Out"}));
+    EXPECT_EQ(Jobs(), (Texts{"C:\\In\\a.pdf > C:\\Out", "C:\\In\\b.pdf > C:\\Out", "C:\\In\\c.pdf > C:\\Out"}));
     EXPECT_EQ(service.references, 0u) << "the watcher released the service at its end";
 }
 
@@ -149,7 +149,8 @@ TEST_F(WatcherLoopTest, SettledFilesBecomeJobsWhileTheServiceSaysRun)
 // Windows does) and end to end (as Wine does): a record need not start on a
 // 4-byte boundary, no record of a read may be lost either way, and a renamed
 // file is handed on under its new name only.
-class RecordLayouts : public WatcherLoopTest, public ::testing::WithParamInterface<sim::FileSystem::RecordLayout> {};
+using Layout = sim::FileSystem::RecordLayout;
+class RecordLayouts : public WatcherLoopTest, public ::testing::WithParamInterface<Layout> {};
 
 TEST_P(RecordLayouts, EveryFileReachesEachOfItsHotFoldersInTheOrderOfTheWrites)
 {
@@ -166,11 +167,10 @@ TEST_P(RecordLayouts, EveryFileReachesEachOfItsHotFoldersInTheOrderOfTheWrites)
         }
     });
     At(1000, [this] { world().files.Rename(u"C:\\In\\a.txt", u"C:\\In\\b.txt"); });
-    std::vector<std::string> expected;
+    Texts expected;
     for (int i = 1; i <= 120; ++i) {
         std::string const input = "C:\\Shared\\f" + std::to_string(i) + ".pdf";
-        expected.push_back(input + " > C:\\Printed");
-        expected.push_back(input + " > C:\\Stamped");
+        expected.insert(expected.end(), {input + " > C:\\Printed", input + " > C:\\Stamped"});
     }
     expected.push_back("C:\\In\\b.txt > C:\\Out");
     RunWatcher(false);
@@ -178,12 +178,8 @@ TEST_P(RecordLayouts, EveryFileReachesEachOfItsHotFoldersInTheOrderOfTheWrites)
     EXPECT_EQ(OnlyEvent(MSG_FILE_RENAMED_NEW).strings, (std::vector<std::u16string>{u"C:\\In", u"b.txt"}));
 }
 
-INSTANTIATE_TEST_SUITE_P(Watcher, RecordLayouts,
-                         ::testing::Values(sim::FileSystem::RecordLayout::Padded,
-                                           sim::FileSystem::RecordLayout::Packed),
-                         [](auto const& info) {
-                             return info.param == sim::FileSystem::RecordLayout::Packed ? "Packed" : "Padded";
-                         });
+INSTANTIATE_TEST_SUITE_P(Watcher, RecordLayouts, ::testing::Values(Layout::Padded, Layout::Packed),
+                         [](auto const& info) { return info.param == Layout::Packed ? "Packed" : "Padded"; });
 
 struct CommandStory {
     const char* name;
@@ -223,15 +219,18 @@ std::vector<BYTE> Codes(std::vector<DWORD> const& codes)
     return bytes;
 }
 
-INSTANTIATE_TEST_SUITE_P(Stories, ControlCommands,
-                         ::testing::Values(CommandStory{"NothingSent", {}, false},
-                                           CommandStory{"RunAlone", Codes({CMD_RUN}), true},
-                                           CommandStory{"UnknownValueMeansRun", Codes({0x1234}), true},
-                                           CommandStory{"RunRunStop", Codes({CMD_RUN, CMD_RUN, CMD_STOP}), false},
-                                           CommandStory{"StopPauseRun", Codes({CMD_STOP, CMD_PAUSE, CMD_RUN}), true},
-                                           CommandStory{"RunThenPause", Codes({CMD_RUN, CMD_PAUSE}), false},
-                                           CommandStory{"ConnectCodeIsNoPause", Codes({CMD_CONNECT}), true},
-                                           CommandStory{"ShortReadAfterRunIsStop", {1, 0x80, 0, 0, 2, 0x80}, false}),
+CommandStory const kCommandStories[] = {
+    {"NothingSent", {}, false},
+    {"RunAlone", Codes({CMD_RUN}), true},
+    {"UnknownValueMeansRun", Codes({0x1234}), true},
+    {"RunRunStop", Codes({CMD_RUN, CMD_RUN, CMD_STOP}), false},
+    {"StopPauseRun", Codes({CMD_STOP, CMD_PAUSE, CMD_RUN}), true},
+    {"RunThenPause", Codes({CMD_RUN, CMD_PAUSE}), false},
+    {"ConnectCodeIsNoPause", Codes({CMD_CONNECT}), true},
+    {"ShortReadAfterRunIsStop", {1, 0x80, 0, 0, 2, 0x80}, false},
+};
+
+INSTANTIATE_TEST_SUITE_P(Stories, ControlCommands, ::testing::ValuesIn(kCommandStories),
                          [](auto const& info) { return std::string(info.param.name); });
 
 // One file dropped at 100 ms into a watcher whose surroundings fail or change
@@ -271,16 +270,14 @@ TEST_P(OneFile, MeetsItsFateWithExactlyItsReports)
         At(1000, [this, &story] { story.at1000(service); });
     }
     RunWatcher(false);
-    EXPECT_EQ(Jobs(), std::vector<std::string>(story.jobs, "C:\\In\\a.pdf > C:\\Out"));
+    EXPECT_EQ(Jobs(), Texts(story.jobs, "C:\\In\\a.pdf > C:\\Out"));
     EXPECT_EQ(world().processes.children.Started().size(), story.jobs) << "Acrobat is started for a job only";
-    std::vector<std::string> reports;
+    Texts reports;
     for (auto const& record : world().eventLog.WithId(story.reportId)) {
         reports.push_back(U8(sim::EventLog::Render(record)));
     }
-    EXPECT_EQ(reports, story.report.empty() ? std::vector<std::string>{} : std::vector<std::string>{story.report});
+    EXPECT_EQ(reports, story.report.empty() ? Texts{} : Texts{story.report});
 }
-
-std::string const kPipe8 = "\\\\.\\pipe\\Tarnwick_FolderWatcher_OFFICE_clerk";
 
 // The watcher stays stopped until a service says otherwise, keeps its last
 // command when the service goes, drops a file whose hot folder went, listens
@@ -290,19 +287,19 @@ OneFileStory const kOneFileStories[] = {
     {"NoService", false, "", 0, nullptr, 0, MSG_INSTANTIATE_SERVICE_FAILED,
      "Failed to instantiate service.  Error code: 0x80040154.\r\n"},
     {"ServiceGoes", true, "", 0, ServiceExits, 1, MSG_READ_PIPE_CALLBACK_ERROR,
-     "Error passed into ReadPipe(" + kPipe8 + ") overlapped callback.\r\n\r\nError code: 109\r\n"},
+     "Error passed into ReadPipe(" + kWatcherPipe8 + ") overlapped callback.\r\n\r\nError code: 109\r\n"},
     {"HotFolderGoes", true, "", 0, HotFolderGoes, 0, MSG_FILE_REMOVED,
      "File removed from " + U8(kRoot) + ":\r\n\r\nInvoices\\Desktop.ini\r\n"},
     {"NoSecondInstance", true, "CreateNamedPipeW", ERROR_ACCESS_DENIED, nullptr, 1, MSG_CREATE_NAMED_PIPE_FAILED, ""},
     {"ControlReadFails", true, "ReadFileEx", ERROR_INVALID_HANDLE, nullptr, 0, MSG_READ_FILE_FAILED,
-     "ReadFile(" + kPipe8 + ") failed.  Error code: 6\r\n"},
+     "ReadFile(" + kWatcherPipe8 + ") failed.  Error code: 6\r\n"},
 };
 
 INSTANTIATE_TEST_SUITE_P(Stories, OneFile, ::testing::ValuesIn(kOneFileStories),
                          [](auto const& info) { return std::string(info.param.name); });
 
 // A watcher that finds another listening for its user, or cannot find its root
-// folder, ends before its loop and before COM.
+// folder, ends before its loop and leaves COM as it found it.
 TEST_F(WatcherLoopTest, ASecondWatcherOfTheSameUserExitsWithMessage54)
 {
     auto first = sim::ScriptedPipeServer::Create(kWatcherPipe);
@@ -351,7 +348,7 @@ TEST_P(AcrobatLifetime, IsTerminatedOnlyAsService)
     EXPECT_EQ(acrobat->terminated, asService);
     EXPECT_EQ(acrobat->running, !asService);
     EXPECT_EQ(acrobat->exitCode, 0u);
-    EXPECT_EQ(Jobs(), kOneJob);
+    EXPECT_EQ(Jobs(), Texts{"C:\\In\\a.pdf > C:\\Out"});
 }
 
 INSTANTIATE_TEST_SUITE_P(Stories, AcrobatLifetime, ::testing::Combine(::testing::Bool(), ::testing::Bool()));

@@ -6,43 +6,31 @@
 namespace hf::test {
 namespace {
 
+std::string const kWatching = "Watching for changes to the root hot folder directory %s.\r\n";
 std::string const kNotWatched = "Failed to watch the root hot folder directory %s.\r\n";
 
 struct StartCase {
     const char* fails;
     DWORD error;
     TreeStart start;
-    Texts events;
+    std::string events;  // every report, rendered, one after the other
+    friend void PrintTo(StartCase const& c, std::ostream* os) { *os << c.fails; }
 };
-
-void PrintTo(StartCase const& c, std::ostream* os)
-{
-    *os << c.fails;
-}
 
 // Start-up makes the missing root and loads its hot folders; each failure
 // reports the step that failed, as an error, and ends the start there (an
 // unreadable listing only loads nothing). Messages 59 and 60 keep their %s:
 // the path travels as the insertion string only.
 StartCase const kStartCases[] = {
-    {"none", 0, TreeStart::Watching, {"Watching for changes to the root hot folder directory %s.\r\n"}},
-    {"FindFirstFileW", 5, TreeStart::Watching, {"Watching for changes to the root hot folder directory %s.\r\n"}},
-    {"SHGetFolderPathW",
-     5,
-     TreeStart::NoRootFolder,
-     {"Failed to create user's hot folder folder .  Error code: 5\r\n"}},
-    {"CreateDirectoryW",
-     5,
-     TreeStart::NoRootFolder,
-     {"Failed to create user's hot folder folder " + kRoot8 + ".  Error code: 5\r\n"}},
-    {"CreateFileW",
-     5,
-     TreeStart::RootNotWatched,
-     {"Failed to open user's hot folder folder " + kRoot8 + ".  Error code: 5\r\n", kNotWatched}},
-    {"ReadDirectoryChangesW",
-     87,
-     TreeStart::RootNotWatched,
-     {"ReadDirectoryChangesW(" + kRoot8 + ") failed.  Error code: 87\r\n", kNotWatched}},
+    {"none", 0, TreeStart::Watching, kWatching},
+    {"FindFirstFileW", 5, TreeStart::Watching, kWatching},
+    {"SHGetFolderPathW", 5, TreeStart::NoRootFolder, "Failed to create user's hot folder folder .  Error code: 5\r\n"},
+    {"CreateDirectoryW", 5, TreeStart::NoRootFolder,
+     "Failed to create user's hot folder folder " + kRoot8 + ".  Error code: 5\r\n"},
+    {"CreateFileW", 5, TreeStart::RootNotWatched,
+     "Failed to open user's hot folder folder " + kRoot8 + ".  Error code: 5\r\n" + kNotWatched},
+    {"ReadDirectoryChangesW", 87, TreeStart::RootNotWatched,
+     "ReadDirectoryChangesW(" + kRoot8 + ") failed.  Error code: 87\r\n" + kNotWatched},
 };
 
 class TreeStartUp : public WatcherTest, public ::testing::WithParamInterface<StartCase> {};
@@ -55,13 +43,13 @@ TEST_P(TreeStartUp, MakesTheRootOrReportsTheFailingStep)
         WriteHotFolder(u"Invoices", "In");
     }
     world().faults.Fail(c.fails, c.error);
-
     EXPECT_EQ(Start(), c.start);
-
-    EXPECT_EQ(RenderedEvents(), c.events);
+    std::string rendered;
     for (auto const& record : world().eventLog.Records()) {
         EXPECT_EQ(record.type, watching ? EVENTLOG_INFORMATION_TYPE : EVENTLOG_ERROR_TYPE);
+        rendered += U8(sim::EventLog::Render(record));
     }
+    EXPECT_EQ(rendered, c.events);
     EXPECT_EQ(EventsWithId(watching ? MSG_WATCHING_ROOT : MSG_WATCH_ROOT_FAILED),
               c.start == TreeStart::NoRootFolder ? Texts{} : Texts{kRoot8});
     EXPECT_EQ(LoadedHotFolders().size(), watching && c.error == 0 ? 1u : 0u);
@@ -104,7 +92,6 @@ TEST_F(HotFolderTreeTest, StartUpLoadsTheFirstLevelAndTheRootWatchServesBelowIt)
     DirectoryWatch* letters = WatchOf(u"D:\\Letters\\In");
     ASSERT_NE(letters, rootWatch.get());
     EXPECT_EQ(letters->useCount, 2u);
-    EXPECT_EQ(U8(letters->path), "D:\\Letters\\In");
     world().eventLog.Clear();
 
     world().files.WriteFile(InRoot(u"Invoices\\In\\report.pdf"), "");
@@ -144,7 +131,6 @@ TEST_F(HotFolderTreeTest, TheLifeOfTwoHotFoldersOnOneFolder)
     DirectoryWatch* const shared = WatchOf(u"D:\\In");
     ASSERT_NE(shared, nullptr);
     EXPECT_EQ(shared->useCount, 2u);
-    EXPECT_EQ(watcher.watches.size(), 1u);
 
     WriteHotFolder(u"Invoices", "D:\\Elsewhere");
     RunCompletions();

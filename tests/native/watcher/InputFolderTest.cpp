@@ -81,20 +81,29 @@ TEST_F(InputFolderTest, WhatUsersDoToAnInputFolder)
               (Texts{"D:\\In|gone.pdf", "D:\\In|incoming.pdf", "D:\\In|invoice 7.pdf"}));
 }
 
-// A file goes to every hot folder of its input folder in DesktopIniPath
-// order; a new record starts the round again, and a file whose hot folders
-// went has none.
-TEST_F(InputFolderTest, TwoHotFoldersOnOneFolderGetEachFileInDesktopIniPathOrder)
+// A file belongs to an input folder found in the table by its whole name
+// ignoring case, and confirmed with A to Z folded only. It goes to every hot
+// folder of that input folder in DesktopIniPath order; a new record starts the
+// round again, and a file whose hot folders went has none.
+TEST_F(InputFolderTest, AFileGoesToEachHotFolderOfItsInputFolderInDesktopIniPathOrder)
 {
-    world().files.MakeDirectory(u"D:\\Out");
-    WriteHotFolder(u"C", "D:\\Out");  // another input folder, after D:\In in the table
+    world().files.MakeDirectory(u"D:\\Ä");
+    WriteHotFolder(u"C", "D:\\Ä");  // another input folder, after D:\In in the table
     StartOn({u"B", u"A"});
+    struct {
+        const char16_t* path;
+        bool watched;
+    } const cases[] = {
+        {u"D:\\In\\a.pdf", true},   {u"D:\\IN\\a.pdf", true},       {u"D:\\Ä\\a.pdf", true}, {u"D:\\ä\\a.pdf", false},
+        {u"D:\\In2\\a.pdf", false}, {u"D:\\In\\Sub\\a.pdf", false}, {u"D:\\a.pdf", false},   {u"D:\\Zz\\a.pdf", false},
+    };
+    for (auto const& c : cases) {
+        EXPECT_EQ(IsWatchedInputFile(c.path, watcher.specsByInput), c.watched) << U8(c.path);
+    }
+
     world().files.WriteFile(u"D:\\In\\scan.pdf", "%PDF");
     RunCompletions();
     EXPECT_EQ(NextHotFolder(), "A\\Desktop.ini");
-    EXPECT_EQ(U8(watcher.pending.Front().dispatchedTo),
-              R"(C:\Users\clerk\AppData\Local\Tarnwick Hot Folders\A\Desktop.ini)");
-
     world().files.AppendFile(u"D:\\In\\scan.pdf", "rewritten by A's script");
     RunCompletions();
     EXPECT_EQ(NextHotFolder(), "A\\Desktop.ini");
@@ -110,25 +119,6 @@ TEST_F(InputFolderTest, TwoHotFoldersOnOneFolderGetEachFileInDesktopIniPathOrder
     RunCompletions();
     EXPECT_EQ(NextHotFolder(), "");
     EXPECT_EQ(PendingPaths(), (Texts{"D:\\In\\scan.pdf"})) << "the loop pops it";
-}
-
-// An input folder is found in the table by its whole name ignoring case, and
-// confirmed with A to Z folded only.
-TEST_F(InputFolderTest, AFileBelongsToAnInputFolderByItsWholeName)
-{
-    world().files.MakeDirectory(u"D:\\Ä");
-    WriteHotFolder(u"Umlaut", "D:\\Ä");
-    StartOn({u"Invoices", u"Lower"});
-    struct {
-        const char16_t* path;
-        bool watched;
-    } const cases[] = {
-        {u"D:\\In\\a.pdf", true},   {u"D:\\IN\\a.pdf", true},       {u"D:\\Ä\\a.pdf", true}, {u"D:\\ä\\a.pdf", false},
-        {u"D:\\In2\\a.pdf", false}, {u"D:\\In\\Sub\\a.pdf", false}, {u"D:\\a.pdf", false},   {u"D:\\Zz\\a.pdf", false},
-    };
-    for (auto const& c : cases) {
-        EXPECT_EQ(IsWatchedInputFile(c.path, watcher.specsByInput), c.watched) << U8(c.path);
-    }
 }
 
 // The walk follows each record's distance to the next, whatever it is: here
@@ -233,7 +223,6 @@ TEST_F(InputFolderTest, TheLastUseWakesTheWatchWhichEndsInItsOwnCompletion)
     ASSERT_EQ(added.size(), 1u);
     EXPECT_EQ(added, EventsWithId(MSG_FILE_REMOVED));
     EXPECT_EQ(added[0].rfind("D:\\In|Wak", 0), 0u) << added[0];
-    EXPECT_EQ(added[0].substr(added[0].size() - 4), ".TMP");
     EXPECT_TRUE(watcher.pending.IsEmpty()) << "the wake-up file was touched and forgotten";
 
     world().eventLog.Clear();

@@ -19,12 +19,9 @@ struct IniCase {
     bool loads;
     std::string input, output, script;
     std::u16string path = kDesktopIni;  // as handed to the loader
+    friend void PrintTo(IniCase const& c, std::ostream* os) { *os << c.story; }
 };
 
-void PrintTo(IniCase const& c, std::ostream* os)
-{
-    *os << c.story;
-}
 std::string Ini(std::string const& body)
 {
     return "[Tarnwick]\r\n" + body;

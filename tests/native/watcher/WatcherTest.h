@@ -25,10 +25,10 @@ inline std::string const kRoot8 = U8(kRoot);
 class WatcherTest : public SimTest {
 protected:
     static std::u16string InRoot(std::u16string const& relative) { return std::u16string(kRoot) + u"\\" + relative; }
-    static std::string Ini(std::string const& input, std::string const& output = "Out")
+    static std::string Ini(std::string const& input)
     {
         return "[.ShellClassInfo]\r\nIconResource=hot.ico,0\r\n[Tarnwick]\r\nInputFolder=" + input +
-               "\r\nOutputFolder=" + output + "\r\nScript=C:\\Scripts\\stamp.py\r\n";
+               "\r\nOutputFolder=Out\r\nScript=C:\\Scripts\\stamp.py\r\n";
     }
     // Writes the Desktop.ini of the hot folder `name` below the root.
     void WriteHotFolder(std::u16string const& name, std::string const& input)
@@ -38,7 +38,7 @@ protected:
 
     // The tree's start-up, as the watcher loop runs it.
     TreeStart Start() { return StartHotFolderTree(events, rootPath, *rootWatch, watcher); }
-    // The common scene: folders D:\\In and D:\\Elsewhere, hot folders on D:\\In,
+    // The common scene: folders D:\In and D:\Elsewhere, hot folders on D:\In,
     // the tree started and the event log cleared.
     void StartOn(std::vector<std::u16string> const& names)
     {

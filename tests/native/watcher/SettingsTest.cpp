@@ -91,10 +91,14 @@ TEST_P(DesktopIniRules, ResolveEachSettingOrRejectTheFileSilently)
 INSTANTIATE_TEST_SUITE_P(Table, DesktopIniRules, ::testing::ValuesIn(kIniCases));
 
 // Joining adds one backslash only where none ends the first part, and tidies
-// nothing; a root record names a settings change when it is a Desktop.ini (any
+// nothing. A root record names a settings change when it is a Desktop.ini (any
 // case) one level below the root, the backslashes counted with the trailing,
-// then the leading ones trimmed.
-TEST(PathRules, JoinPathAndSettingsChange)
+// then the leading ones trimmed. The tables order paths ignoring case in every
+// script, whole strings taking part; the confirmation that follows a look-up
+// folds only A to Z.
+class PathRules : public SimTest {};
+
+TEST_F(PathRules, JoinSettingsChangeAndOrder)
 {
     struct {
         const char16_t *a, *b;
@@ -126,14 +130,6 @@ TEST(PathRules, JoinPathAndSettingsChange)
         EXPECT_EQ(CountBackslashes(c.name), c.backslashes) << U8(c.name);
         EXPECT_EQ(IsSettingsChange(c.name), c.isSettings) << U8(c.name);
     }
-}
-
-// The tables order paths ignoring case in every script, whole strings taking
-// part; the confirmation that follows a look-up folds only A to Z.
-class PathOrder : public SimTest {};
-
-TEST_F(PathOrder, PathLessAndPathIEquals)
-{
     struct {
         const char16_t *a, *b;
         bool less, greater, iequals;

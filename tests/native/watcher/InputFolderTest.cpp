@@ -39,17 +39,13 @@ TEST_F(InputFolderTest, WhatUsersDoToAnInputFolder)
     world().files.WriteFile(u"D:\\In\\Sub\\deep.pdf", "%PDF");
     RunCompletions();
 
-    EXPECT_EQ(RenderedEvents(), (Texts{
-                                    "File added to D:\\In:\r\n\r\nscan.pdf\r\n",
-                                    "File modified in D:\\In:\r\n\r\nscan.pdf\r\n",
-                                    "File renamed in D:\\In.\r\n\r\nOld name: scan.pdf\r\n",
-                                    "File renamed in D:\\In:\r\n\r\nNew name: invoice 7.pdf\r\n",
-                                    "File added to D:\\In:\r\n\r\nReport.pdf\r\n",
-                                    "File modified in D:\\In:\r\n\r\nReport.pdf\r\n",
-                                    "File added to D:\\In:\r\n\r\ngone.pdf\r\n",
-                                    "File removed from D:\\In:\r\n\r\ngone.pdf\r\n",
-                                    "File modified in D:\\In:\r\n\r\nSub\r\n",
-                                }));
+    EXPECT_EQ(RenderedEvents(),
+              (Texts{"File added to D:\\In:\r\n\r\nscan.pdf\r\n", "File modified in D:\\In:\r\n\r\nscan.pdf\r\n",
+                     "File renamed in D:\\In.\r\n\r\nOld name: scan.pdf\r\n",
+                     "File renamed in D:\\In:\r\n\r\nNew name: invoice 7.pdf\r\n",
+                     "File added to D:\\In:\r\n\r\nReport.pdf\r\n", "File modified in D:\\In:\r\n\r\nReport.pdf\r\n",
+                     "File added to D:\\In:\r\n\r\ngone.pdf\r\n", "File removed from D:\\In:\r\n\r\ngone.pdf\r\n",
+                     "File modified in D:\\In:\r\n\r\nSub\r\n"}));
     for (auto const& record : world().eventLog.Records()) {
         EXPECT_EQ(record.type, EVENTLOG_INFORMATION_TYPE);
         EXPECT_EQ(record.category, kCategoryUser);

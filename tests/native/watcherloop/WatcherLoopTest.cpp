@@ -12,6 +12,8 @@
 #include "supervisor/WatcherLinks.h"
 #include "watcher/RunWatcher.h"
 
+#include <optional>
+
 namespace hf::test {
 namespace {
 
@@ -181,58 +183,6 @@ TEST_P(RecordLayouts, EveryFileReachesEachOfItsHotFoldersInTheOrderOfTheWrites)
 INSTANTIATE_TEST_SUITE_P(Watcher, RecordLayouts, ::testing::Values(Layout::Padded, Layout::Packed),
                          [](auto const& info) { return info.param == Layout::Packed ? "Packed" : "Padded"; });
 
-struct CommandStory {
-    const char* name;
-    std::vector<BYTE> bytes;
-    bool runs;
-};
-
-class ControlCommands : public WatcherLoopTest, public ::testing::WithParamInterface<CommandStory> {};
-
-// A control client writes its codes back to back and leaves: only the last one
-// read is in force when the loop next turns, any value but pause and stop means
-// run, a short read keeps the rest of the previous code, and the client's
-// leaving is reported (44, code 109) and closes the watcher's end.
-TEST_P(ControlCommands, OnlyTheLastCodeIsInForce)
-{
-    auto client = sim::ScriptedPipeClient::Create();
-    At(50, [client] {
-        ASSERT_TRUE(client->Open(kWatcherPipe));
-        client->Write(GetParam().bytes);
-    });
-    At(80, [client] { client->Close(); });
-    DropFileAt(100, u"C:\\In\\a.pdf");
-    RunWatcher(false);
-    EXPECT_EQ(plugIn->Frames().size(), GetParam().runs ? 1u : 0u);
-    EXPECT_EQ(OnlyEvent(MSG_READ_PIPE_CALLBACK_ERROR).strings, (std::vector<std::u16string>{kWatcherPipe, u"109"}));
-    EXPECT_TRUE(client->ServerClosed());
-}
-
-std::vector<BYTE> Codes(std::vector<DWORD> const& codes)
-{
-    std::vector<BYTE> bytes;
-    for (DWORD code : codes) {
-        for (int shift = 0; shift < 32; shift += 8) {
-            bytes.push_back(static_cast<BYTE>(code >> shift));
-        }
-    }
-    return bytes;
-}
-
-CommandStory const kCommandStories[] = {
-    {"NothingSent", {}, false},
-    {"RunAlone", Codes({CMD_RUN}), true},
-    {"UnknownValueMeansRun", Codes({0x1234}), true},
-    {"RunRunStop", Codes({CMD_RUN, CMD_RUN, CMD_STOP}), false},
-    {"StopPauseRun", Codes({CMD_STOP, CMD_PAUSE, CMD_RUN}), true},
-    {"RunThenPause", Codes({CMD_RUN, CMD_PAUSE}), false},
-    {"ConnectCodeIsNoPause", Codes({CMD_CONNECT}), true},
-    {"ShortReadAfterRunIsStop", {1, 0x80, 0, 0, 2, 0x80}, false},
-};
-
-INSTANTIATE_TEST_SUITE_P(Stories, ControlCommands, ::testing::ValuesIn(kCommandStories),
-                         [](auto const& info) { return std::string(info.param.name); });
-
 // One file dropped at 100 ms into a watcher whose surroundings fail or change
 // in one way: the file's fate, and exactly the report (if any) that each
 // failure calls for.
@@ -244,7 +194,8 @@ struct OneFileStory {
     void (*at1000)(FakeFolderService&);
     std::size_t jobs;
     DWORD reportId;
-    std::string report;  // the only report with that id, rendered, or none
+    std::string report;                                    // the only report with that id, rendered, or none
+    std::optional<std::vector<BYTE>> sent = std::nullopt;  // what a control client writes at 50 ms, then leaving
 };
 
 void ServiceExits(FakeFolderService& service)
@@ -265,6 +216,14 @@ TEST_P(OneFile, MeetsItsFateWithExactlyItsReports)
         StartService();
     }
     world().faults.Fail(story.fails, story.error);
+    auto client = sim::ScriptedPipeClient::Create();
+    if (story.sent) {
+        At(50, [client, &story] {
+            ASSERT_TRUE(client->Open(kWatcherPipe));
+            client->Write(*story.sent);
+        });
+        At(80, [client] { client->Close(); });
+    }
     DropFileAt(100, u"C:\\In\\a.pdf");
     if (story.at1000) {
         At(1000, [this, &story] { story.at1000(service); });
@@ -277,22 +236,53 @@ TEST_P(OneFile, MeetsItsFateWithExactlyItsReports)
         reports.push_back(U8(sim::EventLog::Render(record)));
     }
     EXPECT_EQ(reports, story.report.empty() ? Texts{} : Texts{story.report});
+    EXPECT_EQ(client->ServerClosed(), story.sent.has_value()) << "the watcher closes its end when a client leaves";
+}
+
+std::string const kClientLeft =
+    "Error passed into ReadPipe(" + kWatcherPipe8 + ") overlapped callback.\r\n\r\nError code: 109\r\n";
+
+// A control client that writes these bytes and leaves, without a service.
+OneFileStory Client(const char* name, std::vector<BYTE> const& sent, bool runs)
+{
+    return {name, false, "", 0, nullptr, runs ? 1u : 0u, MSG_READ_PIPE_CALLBACK_ERROR, kClientLeft, sent};
+}
+// Codes as a control client writes them, back to back.
+std::vector<BYTE> Codes(std::vector<DWORD> const& codes)
+{
+    std::vector<BYTE> bytes;
+    for (DWORD code : codes) {
+        for (int shift = 0; shift < 32; shift += 8) {
+            bytes.push_back(static_cast<BYTE>(code >> shift));
+        }
+    }
+    return bytes;
 }
 
 // The watcher stays stopped until a service says otherwise, keeps its last
 // command when the service goes, drops a file whose hot folder went, listens
 // nowhere silently on an instance it could not create while the other serves,
-// and stays stopped when its control read cannot start.
+// and stays stopped when its control read cannot start. Of the codes a control
+// client writes, only the last one read is in force when the loop next turns,
+// any value but pause and stop means run, and a short read keeps the rest of
+// the previous code; a client's leaving is reported (44, code 109).
 OneFileStory const kOneFileStories[] = {
     {"NoService", false, "", 0, nullptr, 0, MSG_INSTANTIATE_SERVICE_FAILED,
      "Failed to instantiate service.  Error code: 0x80040154.\r\n"},
-    {"ServiceGoes", true, "", 0, ServiceExits, 1, MSG_READ_PIPE_CALLBACK_ERROR,
-     "Error passed into ReadPipe(" + kWatcherPipe8 + ") overlapped callback.\r\n\r\nError code: 109\r\n"},
+    {"ServiceGoes", true, "", 0, ServiceExits, 1, MSG_READ_PIPE_CALLBACK_ERROR, kClientLeft},
     {"HotFolderGoes", true, "", 0, HotFolderGoes, 0, MSG_FILE_REMOVED,
      "File removed from " + U8(kRoot) + ":\r\n\r\nInvoices\\Desktop.ini\r\n"},
     {"NoSecondInstance", true, "CreateNamedPipeW", ERROR_ACCESS_DENIED, nullptr, 1, MSG_CREATE_NAMED_PIPE_FAILED, ""},
     {"ControlReadFails", true, "ReadFileEx", ERROR_INVALID_HANDLE, nullptr, 0, MSG_READ_FILE_FAILED,
      "ReadFile(" + kWatcherPipe8 + ") failed.  Error code: 6\r\n"},
+    Client("ClientSendsNothing", {}, false),
+    Client("RunAlone", Codes({CMD_RUN}), true),
+    Client("UnknownValueMeansRun", Codes({0x1234}), true),
+    Client("RunRunStop", Codes({CMD_RUN, CMD_RUN, CMD_STOP}), false),
+    Client("StopPauseRun", Codes({CMD_STOP, CMD_PAUSE, CMD_RUN}), true),
+    Client("RunThenPause", Codes({CMD_RUN, CMD_PAUSE}), false),
+    Client("ConnectCodeIsNoPause", Codes({CMD_CONNECT}), true),
+    Client("ShortReadAfterRunIsStop", {1, 0x80, 0, 0, 2, 0x80}, false),
 };
 
 INSTANTIATE_TEST_SUITE_P(Stories, OneFile, ::testing::ValuesIn(kOneFileStories),

@@ -89,8 +89,8 @@ TEST_F(HotFolderTreeTest, StartUpLoadsTheFirstLevelAndTheRootWatchServesBelowIt)
         EXPECT_EQ(WatchOf(below), rootWatch.get()) << U8(below);
     }
     EXPECT_EQ(rootWatch->useCount, 4u) << "its own use and three input folders";
-    DirectoryWatch* letters = WatchOf(u"D:\\Letters\\In");
-    ASSERT_NE(letters, rootWatch.get());
+    DirectoryWatch* const letters = WatchOf(u"D:\\Letters\\In");
+    ASSERT_TRUE(letters != nullptr && letters != rootWatch.get());
     EXPECT_EQ(letters->useCount, 2u);
     world().eventLog.Clear();
 

@@ -48,7 +48,6 @@ TEST_F(InputFolderTest, WhatUsersDoToAnInputFolder)
                      "File modified in D:\\In:\r\n\r\nSub\r\n"}));
     for (auto const& record : world().eventLog.Records()) {
         EXPECT_EQ(record.type, EVENTLOG_INFORMATION_TYPE);
-        EXPECT_EQ(record.category, kCategoryUser);
     }
     EXPECT_EQ(PendingPaths(), (Texts{"D:\\In\\invoice 7.pdf", "D:\\In\\Report.pdf"}));
     EXPECT_EQ(FrontSettleTime(), 2000u);

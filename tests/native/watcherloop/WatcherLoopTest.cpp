@@ -12,6 +12,7 @@
 #include "supervisor/WatcherLinks.h"
 #include "watcher/RunWatcher.h"
 
+#include <cstring>
 #include <optional>
 
 namespace hf::test {
@@ -247,15 +248,11 @@ OneFileStory Client(const char* name, std::vector<BYTE> const& sent, bool runs)
 {
     return {name, false, "", 0, nullptr, runs ? 1u : 0u, MSG_READ_PIPE_CALLBACK_ERROR, kClientLeft, sent};
 }
-// Codes as a control client writes them, back to back.
+// Codes as a control client writes them: back to back, each in four bytes, low byte first.
 std::vector<BYTE> Codes(std::vector<DWORD> const& codes)
 {
-    std::vector<BYTE> bytes;
-    for (DWORD code : codes) {
-        for (int shift = 0; shift < 32; shift += 8) {
-            bytes.push_back(static_cast<BYTE>(code >> shift));
-        }
-    }
+    std::vector<BYTE> bytes(codes.size() * sizeof(DWORD));
+    std::memcpy(bytes.data(), codes.data(), bytes.size());  // this host is little-endian too
     return bytes;
 }
 

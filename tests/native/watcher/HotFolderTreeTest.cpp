@@ -6,43 +6,31 @@
 namespace hf::test {
 namespace {
 
+std::string const kWatching = "Watching for changes to the root hot folder directory %s.\r\n";
 std::string const kNotWatched = "Failed to watch the root hot folder directory %s.\r\n";
 
 struct StartCase {
     const char* fails;
     DWORD error;
     TreeStart start;
-    std::vector<std::string> events;
+    std::string events;  // every report, rendered, one after the other
+    friend void PrintTo(StartCase const& c, std::ostream* os) { *os << c.fails; }
 };
-
-void PrintTo(StartCase const& c, std::ostream* os)
-{
-    *os << c.fails;
-}
 
 // Start-up makes the missing root and loads its hot folders; each failure
 // reports the step that failed, as an error, and ends the start there (an
 // unreadable listing only loads nothing). Messages 59 and 60 keep their %s:
 // the path travels as the insertion string only.
 StartCase const kStartCases[] = {
-    {"none", 0, TreeStart::Watching, {"Watching for changes to the root hot folder directory %s.\r\n"}},
-    {"FindFirstFileW", 5, TreeStart::Watching, {"Watching for changes to the root hot folder directory %s.\r\n"}},
-    {"SHGetFolderPathW",
-     5,
-     TreeStart::NoRootFolder,
-     {"Failed to create user's hot folder folder .  Error code: 5\r\n"}},
-    {"CreateDirectoryW",
-     5,
-     TreeStart::NoRootFolder,
-     {"Failed to create user's hot folder folder " + kRoot8 + ".  Error code: 5\r\n"}},
-    {"CreateFileW",
-     5,
-     TreeStart::RootNotWatched,
-     {"Failed to open user's hot folder folder " + kRoot8 + ".  Error code: 5\r\n", kNotWatched}},
-    {"ReadDirectoryChangesW",
-     87,
-     TreeStart::RootNotWatched,
-     {"ReadDirectoryChangesW(" + kRoot8 + ") failed.  Error code: 87\r\n", kNotWatched}},
+    {"none", 0, TreeStart::Watching, kWatching},
+    {"FindFirstFileW", 5, TreeStart::Watching, kWatching},
+    {"SHGetFolderPathW", 5, TreeStart::NoRootFolder, "Failed to create user's hot folder folder .  Error code: 5\r\n"},
+    {"CreateDirectoryW", 5, TreeStart::NoRootFolder,
+     "Failed to create user's hot folder folder " + kRoot8 + ".  Error code: 5\r\n"},
+    {"CreateFileW", 5, TreeStart::RootNotWatched,
+     "Failed to open user's hot folder folder " + kRoot8 + ".  Error code: 5\r\n" + kNotWatched},
+    {"ReadDirectoryChangesW", 87, TreeStart::RootNotWatched,
+     "ReadDirectoryChangesW(" + kRoot8 + ") failed.  Error code: 87\r\n" + kNotWatched},
 };
 
 class TreeStartUp : public WatcherTest, public ::testing::WithParamInterface<StartCase> {};
@@ -55,15 +43,15 @@ TEST_P(TreeStartUp, MakesTheRootOrReportsTheFailingStep)
         WriteHotFolder(u"Invoices", "In");
     }
     world().faults.Fail(c.fails, c.error);
-
     EXPECT_EQ(Start(), c.start);
-
-    EXPECT_EQ(RenderedEvents(), c.events);
+    std::string rendered;
     for (auto const& record : world().eventLog.Records()) {
         EXPECT_EQ(record.type, watching ? EVENTLOG_INFORMATION_TYPE : EVENTLOG_ERROR_TYPE);
+        rendered += U8(sim::EventLog::Render(record));
     }
+    EXPECT_EQ(rendered, c.events);
     EXPECT_EQ(EventsWithId(watching ? MSG_WATCHING_ROOT : MSG_WATCH_ROOT_FAILED),
-              c.start == TreeStart::NoRootFolder ? std::vector<std::string>{} : std::vector<std::string>{kRoot8});
+              c.start == TreeStart::NoRootFolder ? Texts{} : Texts{kRoot8});
     EXPECT_EQ(LoadedHotFolders().size(), watching && c.error == 0 ? 1u : 0u);
     EXPECT_EQ(world().files.IsDirectory(kRoot), c.start != TreeStart::NoRootFolder);
 }
@@ -72,52 +60,77 @@ INSTANTIATE_TEST_SUITE_P(Table, TreeStartUp, ::testing::ValuesIn(kStartCases));
 
 class HotFolderTreeTest : public WatcherTest {};
 
-TEST_F(HotFolderTreeTest, StartUpLoadsTheHotFoldersOfTheFirstLevel)
+// Start-up loads the complete hot folders one level below the root (a
+// Desktop.ini in any case). The root's watch serves every input folder below
+// it, matched by the root's letters in any case (and a sibling whose name
+// begins with the root's, which it never sees), and keeps their entries when
+// their hot folders go; other input folders share a watch by use count. Only
+// the files of input folders become pending.
+TEST_F(HotFolderTreeTest, StartUpLoadsTheFirstLevelAndTheRootWatchServesBelowIt)
 {
+    std::u16string const sibling = std::u16string(kRoot) + u" Archive";
+    world().files.MakeDirectory(sibling);
+    world().files.MakeDirectory(u"D:\\Letters\\In");
     WriteHotFolder(u"Invoices", "In");
     WriteHotFolder(u"Letters", "D:\\Letters\\In");
-    world().files.MakeDirectory(u"D:\\Letters\\In");
     WriteHotFolder(u"Hidden", "D:\\Letters\\In");
-    world().files.WriteFile(InRoot(u"Lower\\desktop.ini"), Ini("In"));
+    WriteHotFolder(u"Old", U8(sibling));
+    world().files.WriteFile(InRoot(u"Lower\\desktop.ini"),
+                            Ini("c:\\users\\clerk\\appdata\\local\\tarnwick hot folders\\lower\\in"));
     world().files.WriteFile(InRoot(u"Incomplete\\Desktop.ini"), "[Tarnwick]\r\nInputFolder=In\r\n");
     world().files.WriteFile(InRoot(u"Invoices\\Nested\\Desktop.ini"), Ini("D:\\Nested"));
     world().files.WriteFile(InRoot(u"Desktop.ini"), Ini("D:\\Root"));
-
     ASSERT_EQ(Start(), TreeStart::Watching);
 
-    EXPECT_EQ(LoadedHotFolders(),
-              (std::vector<std::string>{kRoot8 + "\\Hidden\\Desktop.ini", kRoot8 + "\\Invoices\\Desktop.ini",
-                                        kRoot8 + "\\Letters\\Desktop.ini", kRoot8 + "\\Lower\\Desktop.ini"}));
-    EXPECT_EQ(WatchOf(InRoot(u"Invoices\\In")), rootWatch.get());
-    EXPECT_EQ(WatchOf(InRoot(u"Lower\\In")), rootWatch.get());
-    EXPECT_EQ(rootWatch->useCount, 3u) << "its own use and two input folders below the root";
-    DirectoryWatch* letters = WatchOf(u"D:\\Letters\\In");
-    ASSERT_NE(letters, nullptr);
-    EXPECT_NE(letters, rootWatch.get());
+    EXPECT_EQ(LoadedHotFolders(), (Texts{kRoot8 + "\\Hidden\\Desktop.ini", kRoot8 + "\\Invoices\\Desktop.ini",
+                                         kRoot8 + "\\Letters\\Desktop.ini", kRoot8 + "\\Lower\\Desktop.ini",
+                                         kRoot8 + "\\Old\\Desktop.ini"}));
+    for (auto const& below : {InRoot(u"Invoices\\In"), InRoot(u"Lower\\In"), sibling}) {
+        EXPECT_EQ(WatchOf(below), rootWatch.get()) << U8(below);
+    }
+    EXPECT_EQ(rootWatch->useCount, 4u) << "its own use and three input folders";
+    DirectoryWatch* const letters = WatchOf(u"D:\\Letters\\In");
+    ASSERT_TRUE(letters != nullptr && letters != rootWatch.get());
     EXPECT_EQ(letters->useCount, 2u);
-    EXPECT_EQ(U8(letters->path), "D:\\Letters\\In");
-    EXPECT_EQ(watcher.watches.size(), 3u);
+    world().eventLog.Clear();
+
+    world().files.WriteFile(InRoot(u"Invoices\\In\\report.pdf"), "");
+    world().files.WriteFile(InRoot(u"loose.txt"), "");
+    world().files.WriteFile(InRoot(u"Desktop.ini"), Ini("D:\\x"));
+    world().files.WriteFile(InRoot(u"Invoices\\notes.txt"), "");
+    world().files.WriteFile(sibling + u"\\old.pdf", "");
+    world().files.Delete(InRoot(u"Invoices\\Desktop.ini"));
+    RunCompletions();
+    EXPECT_EQ(EventsWithId(MSG_FILE_ADDED),
+              (Texts{kRoot8 + "|Invoices\\In\\report.pdf", kRoot8 + "|loose.txt", kRoot8 + "|Invoices\\notes.txt"}));
+    EXPECT_EQ(EventsWithId(MSG_FILE_REMOVED), (Texts{kRoot8 + "|Invoices\\Desktop.ini"}));
+    EXPECT_EQ(PendingPaths(), (Texts{kRoot8 + "\\Invoices\\In\\report.pdf"}));
+    EXPECT_EQ(LoadedHotFolders().size(), 4u);
+    EXPECT_EQ(rootWatch->useCount, 3u);
+    EXPECT_EQ(WatchOf(InRoot(u"Invoices\\In")), rootWatch.get()) << "the entry stays";
+
+    WriteHotFolder(u"Invoices", "In");
+    RunCompletions();
+    EXPECT_EQ(rootWatch->useCount, 4u);
+    EXPECT_EQ(watcher.watches.size(), 4u);
 }
 
-// Desktop.ini files written, edited to move an input folder, stripped of a
-// key, renamed away and back, deleted: the hot folders follow, and their
-// watches, shared by use count, with them.
+// Desktop.ini files written, edited to move an input folder (to one that does
+// not exist: message 35, loaded without a watch), stripped of a key, renamed
+// away and back, deleted: the hot folders follow, and their watches, shared by
+// use count, with them.
 TEST_F(HotFolderTreeTest, TheLifeOfTwoHotFoldersOnOneFolder)
 {
-    world().files.MakeDirectory(u"D:\\In");
-    world().files.MakeDirectory(u"D:\\Elsewhere");
-    ASSERT_EQ(Start(), TreeStart::Watching);
+    StartOn({});
     std::size_t const handles = world().OpenHandleCount();
 
     WriteHotFolder(u"Invoices", "D:\\In");
     WriteHotFolder(u"Archive", "D:\\In");
     RunCompletions();
-    EXPECT_EQ(LoadedHotFolders(),
-              (std::vector<std::string>{kRoot8 + "\\Archive\\Desktop.ini", kRoot8 + "\\Invoices\\Desktop.ini"}));
+    EXPECT_EQ(LoadedHotFolders(), (Texts{kRoot8 + "\\Archive\\Desktop.ini", kRoot8 + "\\Invoices\\Desktop.ini"}));
     DirectoryWatch* const shared = WatchOf(u"D:\\In");
     ASSERT_NE(shared, nullptr);
     EXPECT_EQ(shared->useCount, 2u);
-    EXPECT_EQ(watcher.watches.size(), 1u);
 
     WriteHotFolder(u"Invoices", "D:\\Elsewhere");
     RunCompletions();
@@ -132,10 +145,20 @@ TEST_F(HotFolderTreeTest, TheLifeOfTwoHotFoldersOnOneFolder)
     EXPECT_EQ(world().OpenHandleCount(), handles + 1);
     EXPECT_TRUE(world().files.List(u"D:\\In").empty()) << "the wake-up file deleted itself";
 
+    world().eventLog.Clear();
+    WriteHotFolder(u"Invoices", "D:\\Missing");
+    world().files.Touch(InRoot(u"Invoices\\Desktop.ini"));
+    RunCompletions();
+    EXPECT_EQ(LoadedHotFolders().size(), 1u);
+    EXPECT_TRUE(watcher.watches.empty());
+    EXPECT_EQ(EventsWithId(MSG_OPEN_FOLDER_FAILED), (Texts(2, "D:\\Missing|2")));
+    EXPECT_EQ(world().eventLog.WithId(MSG_OPEN_FOLDER_FAILED)[0].type, EVENTLOG_ERROR_TYPE);
+
     world().files.WriteFile(InRoot(u"Invoices\\Desktop.ini"), "[Tarnwick]\r\nInputFolder=D:\\In\r\nScript=s.py\r\n");
     RunCompletions();
     EXPECT_TRUE(LoadedHotFolders().empty()) << "a key missing";
     EXPECT_TRUE(watcher.watches.empty());
+    EXPECT_EQ(rootWatch->useCount, 1u);
     EXPECT_EQ(world().OpenHandleCount(), handles);
 
     WriteHotFolder(u"Invoices", "D:\\In");
@@ -144,51 +167,9 @@ TEST_F(HotFolderTreeTest, TheLifeOfTwoHotFoldersOnOneFolder)
     EXPECT_TRUE(LoadedHotFolders().empty()) << "renamed away";
     world().files.Rename(InRoot(u"Invoices\\Desktop.old"), InRoot(u"Invoices\\DESKTOP.INI"));
     RunCompletions();
-    EXPECT_EQ(LoadedHotFolders(), (std::vector<std::string>{kRoot8 + "\\Invoices\\DESKTOP.INI"}))
-        << "as the record spells it";
+    EXPECT_EQ(LoadedHotFolders(), (Texts{kRoot8 + "\\Invoices\\DESKTOP.INI"})) << "as the record spells it";
     EXPECT_EQ(WatchOf(u"D:\\In")->useCount, 1u);
     EXPECT_TRUE(world().eventLog.WithId(MSG_KEY_NOT_FOUND_IN_INI).empty());
-}
-
-// The root's watch serves every input folder below it (and, by the letters of
-// its name alone, a sibling whose name begins with the root's, which it never
-// sees); its entries stay when their hot folders go, and only the files of
-// input folders become pending.
-TEST_F(HotFolderTreeTest, TheRootWatchServesTheInputFoldersBelowIt)
-{
-    std::u16string const sibling = std::u16string(kRoot) + u" Archive";
-    world().files.MakeDirectory(sibling);
-    WriteHotFolder(u"Invoices", "In");
-    WriteHotFolder(u"Old", U8(sibling));
-    WriteHotFolder(u"Lower", "c:\\users\\clerk\\appdata\\local\\tarnwick hot folders\\lower\\in");
-    ASSERT_EQ(Start(), TreeStart::Watching);
-    EXPECT_EQ(WatchOf(sibling), rootWatch.get());
-    EXPECT_EQ(WatchOf(InRoot(u"Lower\\In")), rootWatch.get()) << "the root's letters in any case";
-    EXPECT_EQ(rootWatch->useCount, 4u);
-    world().eventLog.Clear();
-
-    world().files.WriteFile(InRoot(u"Invoices\\In\\report.pdf"), "");
-    world().files.WriteFile(InRoot(u"loose.txt"), "");
-    world().files.WriteFile(InRoot(u"Desktop.ini"), Ini("D:\\x"));
-    world().files.WriteFile(InRoot(u"Invoices\\notes.txt"), "");
-    world().files.WriteFile(sibling + u"\\old.pdf", "");
-    world().files.Delete(InRoot(u"Invoices\\Desktop.ini"));
-    RunCompletions();
-
-    EXPECT_EQ(EventsWithId(MSG_FILE_ADDED),
-              (std::vector<std::string>{kRoot8 + "|Invoices\\In\\report.pdf", kRoot8 + "|loose.txt",
-                                        kRoot8 + "|Desktop.ini", kRoot8 + "|Invoices\\notes.txt"}));
-    EXPECT_EQ(EventsWithId(MSG_FILE_REMOVED), (std::vector<std::string>{kRoot8 + "|Invoices\\Desktop.ini"}));
-    EXPECT_EQ(PendingPaths(), (std::vector<std::string>{kRoot8 + "\\Invoices\\In\\report.pdf"}));
-    EXPECT_EQ(LoadedHotFolders(),
-              (std::vector<std::string>{kRoot8 + "\\Lower\\Desktop.ini", kRoot8 + "\\Old\\Desktop.ini"}));
-    EXPECT_EQ(rootWatch->useCount, 3u);
-    EXPECT_EQ(WatchOf(InRoot(u"Invoices\\In")), rootWatch.get()) << "the entry stays";
-
-    WriteHotFolder(u"Invoices", "In");
-    RunCompletions();
-    EXPECT_EQ(rootWatch->useCount, 4u);
-    EXPECT_EQ(watcher.watches.size(), 3u);
 }
 
 TEST_F(HotFolderTreeTest, TheRootAsInputFolderMakesItsLooseFilesJobs)
@@ -201,31 +182,7 @@ TEST_F(HotFolderTreeTest, TheRootAsInputFolderMakesItsLooseFilesJobs)
     world().files.WriteFile(InRoot(u"Desktop.ini"), "not a hot folder's");
     world().files.WriteFile(InRoot(u"Everything\\note.txt"), "x");
     RunCompletions();
-
-    EXPECT_EQ(PendingPaths(), (std::vector<std::string>{kRoot8 + "\\loose.txt", kRoot8 + "\\Desktop.ini"}));
-}
-
-// Message 35 on every load; the hot folder stays loaded without a watch, and
-// going away touches no other watch.
-TEST_F(HotFolderTreeTest, AnInputFolderThatDoesNotExist)
-{
-    world().files.MakeDirectory(u"D:\\");
-    WriteHotFolder(u"Invoices", "D:\\Missing");
-    ASSERT_EQ(Start(), TreeStart::Watching);
-    world().files.Touch(InRoot(u"Invoices\\Desktop.ini"));
-    RunCompletions();
-
-    EXPECT_EQ(LoadedHotFolders().size(), 1u);
-    EXPECT_TRUE(watcher.watches.empty());
-    EXPECT_EQ(RenderedEvents()[1], "Failed to open user's hot folder folder D:\\Missing.  Error code: 2\r\n");
-    EXPECT_EQ(world().eventLog.WithId(MSG_OPEN_FOLDER_FAILED).size(), 2u);
-    EXPECT_EQ(world().eventLog.Records()[1].type, EVENTLOG_ERROR_TYPE);
-
-    world().files.Delete(InRoot(u"Invoices\\Desktop.ini"));
-    RunCompletions();
-    EXPECT_TRUE(LoadedHotFolders().empty());
-    EXPECT_EQ(rootWatch->useCount, 1u);
-    EXPECT_TRUE(world().files.List(u"D:\\").empty());
+    EXPECT_EQ(PendingPaths(), (Texts{kRoot8 + "\\loose.txt", kRoot8 + "\\Desktop.ini"}));
 }
 
 }  // namespace

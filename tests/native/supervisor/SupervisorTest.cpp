@@ -165,7 +165,7 @@ TEST_F(SupervisorTest, ALaunchReportsAndCleansUpAsEachFailureRequires)
     };
     // clang-format on
     for (auto const& row : rows) {
-        SCOPED_TRACE(row.lastText);
+        SCOPED_TRACE(row.lastText + row.failingCall);
         world().registry.Clear();
         links.clear();
         Install(row.user, kPassword, row.sealer);

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <tuple>
 
 namespace hf::test {
 namespace {
@@ -202,7 +203,8 @@ TEST_F(SupervisorTest, ALaunchReportsAndCleansUpAsEachFailureRequires)
                 "OFFICE\\alice|C:\\Program Files\\Tarnwick\\TarnwickHotFolder.exe|TarnwickHotFolder.exe -asservice|"
                 "C:\\Program Files\\Tarnwick||alice|" +
                     U8(row.profile));
-            EXPECT_EQ(std::pair(w.HandlesOpen(), w.running), std::pair(0, true)) << "the service lets go of it";
+            EXPECT_EQ(std::tuple(w.startupInfoSize, w.HandlesOpen(), w.running), std::tuple(68u, 0, true))
+                << "STARTUPINFOW's size as it has always been declared, and the service lets go of its watcher";
         }
     }
 }

@@ -117,7 +117,7 @@ TEST_F(SupervisorTest, TheStoreListsTestsAndOpensEntries)
         WORD const type = row.type           ? EVENTLOG_SUCCESS
                           : *row.failingCall ? EVENTLOG_ERROR_TYPE
                                              : EVENTLOG_INFORMATION_TYPE;
-        EXPECT_EQ(std::pair(EventIds(), world().eventLog.Records().back().type),
+        EXPECT_EQ(std::pair(EventIds(), world().eventLog.Records().at(0).type),
                   std::pair(std::vector{row.report}, type));
         EXPECT_EQ(users, row.type ? std::vector{row.name} : std::vector<std::u16string>{});
         bool installed = !row.installed;
@@ -195,6 +195,7 @@ TEST_F(SupervisorTest, ALaunchReportsAndCleansUpAsEachFailureRequires)
         EXPECT_TRUE(std::all_of(profiles.begin(), profiles.end(), [](auto const& p) { return p.unloaded; }));
         EXPECT_FALSE(AnyBlockHoldsThePassword()) << "the password and the opened blob are wiped";
         if (row.profile) {
+            ASSERT_FALSE(started.empty() || profiles.empty());
             sim::ChildProcess const& w = *started.back();
             EXPECT_EQ(
                 U8(w.userName + u"|" + w.applicationName + u"|" + w.commandLine + u"|" + w.currentDirectory + u"|" +
@@ -231,7 +232,7 @@ TEST_F(SupervisorTest, AWatcherThatCannotBeReachedIsReportedAndLeftUnlinked)
             "WritePipe(\\\\.\\pipe\\Tarnwick_FolderWatcher_OFFICE_alice) failed.  Error code: 232\r\n"}));
     auto const& r = world().eventLog.Records();
     EXPECT_EQ(
-        (std::vector{r[0].type, r[1].type, r[2].type, r[3].type}),
+        (std::vector{r.at(0).type, r.at(1).type, r.at(2).type, r.at(3).type}),
         (std::vector<WORD>{EVENTLOG_ERROR_TYPE, EVENTLOG_ERROR_TYPE, EVENTLOG_INFORMATION_TYPE, EVENTLOG_ERROR_TYPE}));
 }
 

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Python's marshal for job payloads: the three texts (UTF-16LE in hex) as a dictionary, in two orders."""
+"""Job messages by Python's marshal: the three texts (UTF-16LE in hex) as a dictionary after its length, in two orders."""
 import marshal
 import sys
 
 texts = [bytes.fromhex(units).decode("utf-16-le", "surrogatepass") for units in sys.argv[1:4]]
-items = dict(zip([b"input", b"script", b"output_folder"], texts))
-print(marshal.dumps(items, 2).hex())
-print(marshal.dumps({key: items[key] for key in [b"output_folder", b"input", b"script"]}, 2).hex())
+for order in ([0, 1, 2], [2, 0, 1]):
+    payload = marshal.dumps({[b"input", b"script", b"output_folder"][i]: texts[i] for i in order}, 2)
+    print((len(payload).to_bytes(4, "little") + payload).hex())

@@ -16,34 +16,25 @@ public:
     ListeningWatcher(const ListeningWatcher&) = delete;
     ListeningWatcher& operator=(const ListeningWatcher&) = delete;
 
-    // Starts reading once a client is there; what arrives lands in Received()
+    // Starts reading once a client is there; what arrives counts in Codes()
     // when the reads complete (in an alertable wait, or the test's RunApcs).
     void Read();
     // The watcher process goes away.
     void Exit();
-
-    std::vector<BYTE> const& Received() const { return received_; }
     // What arrived, as 4-byte little-endian codes.
     std::vector<DWORD> Codes() const;
     // A read ended with an error (the client's end closed, say).
     bool Broken() const { return broken_; }
 
 private:
-    struct Reader {
-        OVERLAPPED overlapped{};
-        BYTE buffer[64]{};
-        ListeningWatcher* owner = nullptr;
-    };
     static void OnRead(DWORD error, DWORD bytes, OVERLAPPED* overlapped);
 
     HANDLE pipe_ = nullptr;
     OVERLAPPED connect_{};
-    Reader reader_;
+    OVERLAPPED read_{};  // its hEvent, which reads leave alone, points back here
+    BYTE buffer_[64]{};
     std::vector<BYTE> received_;
     bool broken_ = false;
 };
-
-// A code as the control protocol writes it.
-std::vector<BYTE> CodeBytes(DWORD code);
 
 }  // namespace hf::test

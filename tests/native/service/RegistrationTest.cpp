@@ -30,20 +30,14 @@ TEST(OneShotSwitches, AreFoundByTheRawLineRules)
 
 constexpr char16_t kExe[] = u"C:\\Program Files\\Tarnwick\\TarnwickHotFolder.exe";
 constexpr char16_t kQuotedExe[] = u"\"C:\\Program Files\\Tarnwick\\TarnwickHotFolder.exe\"";
-constexpr char16_t kClsid[] = u"{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}";
-constexpr char16_t kAppId[] = u"{C04A1F20-6D3A-4888-9FEE-A82D8DA28254}";
-std::u16string const kAppIdKey = u"AppID\\" + std::u16string(kAppId);
-std::u16string const kClass = u"CLSID\\" + std::u16string(kClsid);
+constexpr char16_t kAppIdKey[] = u"AppID\\{C04A1F20-6D3A-4888-9FEE-A82D8DA28254}";
+std::u16string const kClass = u"CLSID\\{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}";
 constexpr char16_t kEventSources[] = u"SYSTEM\\CurrentControlSet\\Services\\Eventlog\\Application";
 
-// A registry listing: "KEY" for each key (upper-cased), "KEY|name=type:data" for each value, text
-// data as text, other data in hex.
+// The keys and values below a key, a line each: "KEY|name=type:data" for a value ("" is the default value),
+// text data as text and other data in hex; "KEY" for a key without values. Keys are upper-cased, as the
+// registry keeps them.
 using Listing = std::set<std::string>;
-
-std::string ValueEntry(std::u16string const& key, std::u16string const& name, DWORD type, std::string const& data)
-{
-    return U8(AsciiUpper(key)) + "|" + U8(name) + "=" + std::to_string(type) + ":" + data;
-}
 
 Listing operator+(Listing listing, Listing const& more)
 {
@@ -51,33 +45,41 @@ Listing operator+(Listing listing, Listing const& more)
     return listing;
 }
 
-// Both tables (key, value name, data; "" is the default value).
-Listing Tables()
-{
-    std::tuple<std::u16string, std::u16string, std::u16string> const rows[] = {
-        {kAppIdKey, u"", u"TarnwickHotFolder"},
-        {u"AppID\\TarnwickHotFolder.EXE", u"AppID", kAppId},
-        {u"Tarnwick.FolderService.1", u"", u"FolderService Class"},
-        {u"Tarnwick.FolderService.1\\CLSID", u"", kClsid},
-        {u"Tarnwick.FolderService", u"", u"FolderService Class"},
-        {u"Tarnwick.FolderService\\CLSID", u"", kClsid},
-        {u"Tarnwick.FolderService\\CurVer", u"", u"Tarnwick.FolderService.1"},
-        {kClass, u"", u"FolderService Class"},
-        {kClass, u"AppID", kAppId},
-        {kClass + u"\\ProgID", u"", u"Tarnwick.FolderService.1"},
-        {kClass + u"\\VersionIndependentProgID", u"", u"Tarnwick.FolderService"},
-        {kClass + u"\\LocalServer32", u"", kQuotedExe},
-        {kClass + u"\\TypeLib", u"", u"{524F5CA9-889F-479E-9DCC-E15F61C695AC}"},
-    };
-    Listing listing = {"APPID", "CLSID", U8(AsciiUpper(kClass)) + "\\PROGRAMMABLE"};
-    for (auto const& [key, name, data] : rows) {
-        listing.insert({U8(AsciiUpper(key)), ValueEntry(key, name, REG_SZ, U8(data))});
-    }
-    return listing;
-}
+// Both tables.
+Listing const kTables = {
+    "APPID",
+    "APPID\\{C04A1F20-6D3A-4888-9FEE-A82D8DA28254}|=1:TarnwickHotFolder",
+    "APPID\\TARNWICKHOTFOLDER.EXE|AppID=1:{C04A1F20-6D3A-4888-9FEE-A82D8DA28254}",
+    "TARNWICK.FOLDERSERVICE.1|=1:FolderService Class",
+    "TARNWICK.FOLDERSERVICE.1\\CLSID|=1:{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}",
+    "TARNWICK.FOLDERSERVICE|=1:FolderService Class",
+    "TARNWICK.FOLDERSERVICE\\CLSID|=1:{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}",
+    "TARNWICK.FOLDERSERVICE\\CURVER|=1:Tarnwick.FolderService.1",
+    "CLSID",
+    "CLSID\\{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}|=1:FolderService Class",
+    "CLSID\\{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}|AppID=1:{C04A1F20-6D3A-4888-9FEE-A82D8DA28254}",
+    "CLSID\\{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}\\PROGID|=1:Tarnwick.FolderService.1",
+    "CLSID\\{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}\\VERSIONINDEPENDENTPROGID|=1:Tarnwick.FolderService",
+    "CLSID\\{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}\\PROGRAMMABLE",
+    "CLSID\\{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}\\LOCALSERVER32|=1:"
+    "\"C:\\Program Files\\Tarnwick\\TarnwickHotFolder.exe\"",
+    "CLSID\\{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}\\TYPELIB|=1:{524F5CA9-889F-479E-9DCC-E15F61C695AC}",
+};
 // Other programs' keys, which stay.
-Listing const kOthers = {"APPID", "APPID\\OTHER.EXE", "APPID\\OTHER.EXE|AppID=1:{other}",
-                         "CLSID", "CLSID\\{0}",       "CLSID\\{0}|=1:x"};
+Listing const kOthers = {"APPID", "APPID\\OTHER.EXE|AppID=1:{other}", "CLSID", "CLSID\\{0}|=1:x"};
+// What -Service adds to the AppID.
+std::string const kPermission =
+    "APPID\\{C04A1F20-6D3A-4888-9FEE-A82D8DA28254}|AccessPermission=3:"
+    "01000480580000006800000000000000140000000200440003000000000014000300000001010000000000010000000000001400"
+    "0700000001010000000000050a000000000014000300000001010000000000051200000001020000000000052000000020020000"
+    "01020000000000052000000020020000";
+std::string const kLocalService = "APPID\\{C04A1F20-6D3A-4888-9FEE-A82D8DA28254}|LocalService=1:Tarnwick Hot Folders";
+Listing const kEventSource = {
+    "TARNWICK HOT FOLDERS|EventMessageFile=1:C:\\Program Files\\Tarnwick\\TarnwickHotFolder.exe",
+    "TARNWICK HOT FOLDERS|TypesSupported=4:07000000",
+    "TARNWICK HOT FOLDERS|CategoryMessageFile=1:C:\\Program Files\\Tarnwick\\TarnwickHotFolder.exe",
+    "TARNWICK HOT FOLDERS|CategoryCount=4:03000000",
+};
 
 std::vector<BYTE> SourceFile(std::string const& relative)
 {
@@ -115,13 +117,17 @@ protected:
             if (path.size() <= skip) {
                 continue;  // the base itself
             }
-            listing.insert(U8(path.substr(skip)));
-            for (auto const& v : world().registry.Find(sim::Registry::RootName(root) + u"\\" + path)->values) {
+            std::string const key = U8(path.substr(skip));
+            auto const& values = world().registry.Find(sim::Registry::RootName(root) + u"\\" + path)->values;
+            for (auto const& v : values) {
                 std::string data = v.type == REG_SZ ? U8(*world().registry.String(root, path, v.name)) : "";
                 for (BYTE byte : v.type == REG_SZ ? std::vector<BYTE>{} : v.data) {
                     data += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
                 }
-                listing.insert(ValueEntry(path.substr(skip), v.name, v.type, data));
+                listing.insert(key + "|" + U8(v.name) + "=" + std::to_string(v.type) + ":" + data);
+            }
+            if (values.empty()) {
+                listing.insert(key);
             }
         }
         return listing;
@@ -139,19 +145,19 @@ TEST_F(RegistrationTest, RegServerWritesExactlyTheTablesAndUnregServerRemovesThe
     world().registry.SetString(HKEY_CLASSES_ROOT, kClass, u"Stale", u"x");
     world().registry.SetString(HKEY_CLASSES_ROOT, kClass + u"\\Programmable\\Old", u"", u"x");
     EXPECT_EQ(Run(u"/regserver\t-x"), 0);
-    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), Tables() + kOthers);
+    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), kTables + kOthers);
     EXPECT_TRUE(TheService() == nullptr && Dump(HKEY_LOCAL_MACHINE, kEventSources).empty()) << "no service";
     EXPECT_EQ(world().processes.threadsCreated, 0) << "a one-shot switch starts no supervisor";
 
     EXPECT_EQ(Run(u"-RegServerPerUser"), 0);
-    EXPECT_EQ(Dump(HKEY_CURRENT_USER, u"Software\\Classes"), Tables());
+    EXPECT_EQ(Dump(HKEY_CURRENT_USER, u"Software\\Classes"), kTables);
     auto const& libraries = world().com.typeLibraries;  // the executable's, for the machine, then per user
     ASSERT_EQ(libraries.size(), 2u);
     EXPECT_TRUE(libraries[0].file == kExe && libraries[1].file == kExe && libraries[1].perUser > libraries[0].perUser);
 
     EXPECT_EQ(Run(u"-UnregServerPerUser -RegServer"), 0);  // the leftmost switch counts
     EXPECT_EQ(Dump(HKEY_CURRENT_USER, u"Software\\Classes"), (Listing{"APPID", "CLSID"}));
-    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), Tables() + kOthers);
+    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), kTables + kOthers);
     EXPECT_EQ(Run(u"-UnregServer"), 0);
     EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), kOthers);
     EXPECT_TRUE(libraries.empty());
@@ -166,20 +172,8 @@ TEST_F(RegistrationTest, ServiceInstallsTheServiceWithItsAccessPermissionAndEven
     TheService()->state = SERVICE_RUNNING;
     EXPECT_EQ(Run(u"-Service"), 0);
 
-    Listing const permission = {ValueEntry(
-        kAppIdKey, u"AccessPermission", REG_BINARY,
-        "01000480580000006800000000000000140000000200440003000000000014000300000001010000000000010000000000001400"
-        "0700000001010000000000050a000000000014000300000001010000000000051200000001020000000000052000000020020000"
-        "01020000000000052000000020020000")};
-    EXPECT_EQ(
-        Dump(HKEY_CLASSES_ROOT, u""),
-        Tables() + kOthers + permission + Listing{ValueEntry(kAppIdKey, u"LocalService", 1, "Tarnwick Hot Folders")});
-    std::u16string const source = u"Tarnwick Hot Folders";
-    Listing const eventSource = {"TARNWICK HOT FOLDERS", ValueEntry(source, u"EventMessageFile", REG_SZ, U8(kExe)),
-                                 ValueEntry(source, u"TypesSupported", REG_DWORD, "07000000"),
-                                 ValueEntry(source, u"CategoryMessageFile", REG_SZ, U8(kExe)),
-                                 ValueEntry(source, u"CategoryCount", REG_DWORD, "03000000")};
-    EXPECT_EQ(Dump(HKEY_LOCAL_MACHINE, kEventSources), eventSource);
+    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), (kTables + kOthers + Listing{kPermission, kLocalService}));
+    EXPECT_EQ(Dump(HKEY_LOCAL_MACHINE, kEventSources), kEventSource);
     sim::Service const& s = *TheService();  // the running service was stopped, deleted and created again
     EXPECT_EQ(U8(s.displayName + u"|" + s.binaryPath + u"|" + s.dependencies) + "|" + std::to_string(s.serviceType) +
                   std::to_string(s.startType) + std::to_string(s.errorControl) + std::to_string(s.state),
@@ -188,13 +182,13 @@ TEST_F(RegistrationTest, ServiceInstallsTheServiceWithItsAccessPermissionAndEven
 
     EXPECT_EQ(Run(u"-Service -RegServer"), 0);  // the server switches come first
     EXPECT_EQ(TheService(), nullptr);
-    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), Tables() + kOthers + permission);  // AccessPermission stays
+    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), kTables + kOthers + Listing{kPermission});  // AccessPermission stays
 
     EXPECT_EQ(Run(u"-Service"), 0);
     EXPECT_EQ(Run(u"-UnregServer"), 0);
     EXPECT_EQ(TheService(), nullptr);
     EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), kOthers);
-    EXPECT_EQ(Dump(HKEY_LOCAL_MACHINE, kEventSources), eventSource);
+    EXPECT_EQ(Dump(HKEY_LOCAL_MACHINE, kEventSources), kEventSource);
 }
 
 // The manager's refusals are shown in message boxes and fail the switch; a

@@ -1,28 +1,6 @@
 #include "ListeningWatcher.h"
 
-#include "platform/Constants.h"
-#include "platform/Files.h"
-#include "platform/Pipes.h"
-#include "platform/Process.h"
-
 namespace hf::test {
-
-ListeningWatcher::ListeningWatcher(std::u16string const& name)
-{
-    pipe_ = os::CreateNamedPipeW(name.c_str(), 0x40000003, 0, 255, 10240, 10240, 30000, nullptr);
-    os::ConnectNamedPipe(pipe_, &connect_);
-}
-
-void ListeningWatcher::Read()
-{
-    read_.hEvent = this;
-    os::ReadFileEx(pipe_, buffer_, sizeof buffer_, &read_, &OnRead);
-}
-
-void ListeningWatcher::Exit()
-{
-    os::CloseHandle(pipe_);
-}
 
 std::vector<DWORD> ListeningWatcher::Codes() const
 {

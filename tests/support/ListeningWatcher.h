@@ -2,6 +2,9 @@
 // reads whatever a client writes, for the service-side suites.
 #pragma once
 
+#include "platform/Files.h"
+#include "platform/Pipes.h"
+#include "platform/Process.h"
 #include "platform/Types.h"
 
 #include <string>
@@ -12,15 +15,24 @@ namespace hf::test {
 class ListeningWatcher {
 public:
     // Creates one instance of `name` (a full \\.\pipe\ name) and waits for a client.
-    explicit ListeningWatcher(std::u16string const& name);
+    explicit ListeningWatcher(std::u16string const& name)
+        : pipe_(os::CreateNamedPipeW(name.c_str(), 0x40000003, 0, 255, 10240, 10240, 30000, nullptr))
+    {
+        os::ConnectNamedPipe(pipe_, &connect_);
+    }
     ListeningWatcher(const ListeningWatcher&) = delete;
     ListeningWatcher& operator=(const ListeningWatcher&) = delete;
 
     // Starts reading once a client is there; what arrives counts in Codes()
     // when the reads complete (in an alertable wait, or the test's RunApcs).
-    void Read();
+    void Read()
+    {
+        read_.hEvent = this;  // reads leave it to the caller
+        os::ReadFileEx(pipe_, buffer_, sizeof buffer_, &read_, &OnRead);
+    }
     // The watcher process goes away.
-    void Exit();
+    void Exit() { os::CloseHandle(pipe_); }
+
     // What arrived, as 4-byte little-endian codes.
     std::vector<DWORD> Codes() const;
     // A read ended with an error (the client's end closed, say).
@@ -29,9 +41,9 @@ public:
 private:
     static void OnRead(DWORD error, DWORD bytes, OVERLAPPED* overlapped);
 
-    HANDLE pipe_ = nullptr;
+    HANDLE pipe_;
     OVERLAPPED connect_{};
-    OVERLAPPED read_{};  // its hEvent, which reads leave alone, points back here
+    OVERLAPPED read_{};
     BYTE buffer_[64]{};
     std::vector<BYTE> received_;
     bool broken_ = false;

@@ -136,10 +136,14 @@ protected:
     sim::Service* TheService() { return world().services.Find(u"Tarnwick Hot Folders"); }
 };
 
-// -RegServer replaces what an older registration left in its keys and keeps
-// other programs' keys; the per-user switches do the same below the user's
-// classes, each form apart; unregistering leaves only the other programs' keys.
-TEST_F(RegistrationTest, RegServerWritesExactlyTheTablesAndUnregServerRemovesThem)
+// One machine's registrations in turn. -RegServer replaces what an older registration left in its keys and
+// keeps other programs' keys; the per-user switches do the same below the user's classes, each form apart.
+// -Service installs the service (created on demand, then turned automatic) and replaces one already there;
+// a service already stopping needs no stop, and one that cannot be opened for its removal is kept. The
+// manager's refusals are shown in message boxes and fail the switch. -RegServer removes the service and its
+// LocalService; -UnregServer leaves only the other programs' keys and the event source. A module path that
+// fills its 260-character buffer is no path: the service gets none and stays on demand.
+TEST_F(RegistrationTest, OneShotSwitchesWriteExactlyTheContractAndUndoIt)
 {
     world().registry.SetString(HKEY_CLASSES_ROOT, kClass + u"\\InprocServer32", u"", u"old.dll");
     world().registry.SetString(HKEY_CLASSES_ROOT, kClass, u"Stale", u"x");
@@ -154,75 +158,48 @@ TEST_F(RegistrationTest, RegServerWritesExactlyTheTablesAndUnregServerRemovesThe
     auto const& libraries = world().com.typeLibraries;  // the executable's, for the machine, then per user
     ASSERT_EQ(libraries.size(), 2u);
     EXPECT_TRUE(libraries[0].file == kExe && libraries[1].file == kExe && libraries[1].perUser > libraries[0].perUser);
-
     EXPECT_EQ(Run(u"-UnregServerPerUser -RegServer"), 0);  // the leftmost switch counts
     EXPECT_EQ(Dump(HKEY_CURRENT_USER, u"Software\\Classes"), (Listing{"APPID", "CLSID"}));
     EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), kTables + kOthers);
-    EXPECT_EQ(Run(u"-UnregServer"), 0);
-    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), kOthers);
-    EXPECT_TRUE(libraries.empty());
-}
 
-// -Service installs the service (created on demand, then turned automatic),
-// and again replaces it; -RegServer then removes it and its LocalService;
-// -UnregServer leaves only the event source.
-TEST_F(RegistrationTest, ServiceInstallsTheServiceWithItsAccessPermissionAndEventSource)
-{
     EXPECT_EQ(Run(u"-Service"), 0);
     TheService()->state = SERVICE_RUNNING;
     EXPECT_EQ(Run(u"-Service"), 0);
-
     EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), (kTables + kOthers + Listing{kPermission, kLocalService}));
     EXPECT_EQ(Dump(HKEY_LOCAL_MACHINE, kEventSources), kEventSource);
     sim::Service const& s = *TheService();  // the running service was stopped, deleted and created again
     EXPECT_EQ(U8(s.displayName + u"|" + s.binaryPath + u"|" + s.dependencies) + "|" + std::to_string(s.serviceType) +
                   std::to_string(s.startType) + std::to_string(s.errorControl) + std::to_string(s.state),
               "Tarnwick Hot Folders|" + U8(kQuotedExe) + "|RPCSS|16211");
+    TheService()->state = SERVICE_STOP_PENDING;
+    EXPECT_EQ(Run(u"-Service"), 0);
+    world().faults.Fail("OpenServiceW", ERROR_ACCESS_DENIED);  // the removal's test cannot see it
+    EXPECT_EQ(Run(u"-Service"), 0);
     EXPECT_TRUE(world().processes.messageBoxes.empty());
 
+    constexpr HRESULT kFailed = static_cast<HRESULT>(0x80004005u);
+    world().faults.Fail("DeleteService", ERROR_ACCESS_DENIED);
+    EXPECT_EQ(Run(u"-RegServer"), kFailed);
+    EXPECT_TRUE(world().registry.Value(HKEY_CLASSES_ROOT, kAppIdKey, u"LocalService")) << "nothing else happened";
     EXPECT_EQ(Run(u"-Service -RegServer"), 0);  // the server switches come first
     EXPECT_EQ(TheService(), nullptr);
     EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), kTables + kOthers + Listing{kPermission});  // AccessPermission stays
+    world().faults.Fail("CreateServiceW", ERROR_ACCESS_DENIED);
+    EXPECT_EQ(Run(u"-Service"), kFailed);
+    std::string shown;
+    for (auto const& box : world().processes.messageBoxes) {
+        shown += U8(box.caption + u": " + box.text) + " " + std::to_string(box.type) + "\n";
+    }
+    EXPECT_EQ(shown,
+              "Tarnwick Hot Folders: Could not delete service 0\nTarnwick Hot Folders: Could not start service 0\n");
 
     EXPECT_EQ(Run(u"-Service"), 0);
     EXPECT_EQ(Run(u"-UnregServer"), 0);
     EXPECT_EQ(TheService(), nullptr);
     EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), kOthers);
     EXPECT_EQ(Dump(HKEY_LOCAL_MACHINE, kEventSources), kEventSource);
-}
+    EXPECT_TRUE(libraries.empty());
 
-// The manager's refusals are shown in message boxes and fail the switch; a
-// service already stopping needs no stop; a service found installed is kept.
-// A module path that fills its 260-character buffer is no path: the service
-// gets none and stays on demand.
-TEST_F(RegistrationTest, RefusalsOfTheServiceManagerAreShownAndFailTheSwitch)
-{
-    constexpr HRESULT kFailed = static_cast<HRESULT>(0x80004005u);
-    EXPECT_EQ(Run(u"-Service"), 0);
-    world().faults.Fail("DeleteService", ERROR_ACCESS_DENIED);
-    EXPECT_EQ(Run(u"-RegServer"), kFailed);
-    EXPECT_TRUE(world().registry.Value(HKEY_CLASSES_ROOT, kAppIdKey, u"LocalService")) << "nothing else happened";
-
-    world().services.Clear();
-    world().faults.Fail("CreateServiceW", ERROR_ACCESS_DENIED);
-    EXPECT_EQ(Run(u"-Service"), kFailed);
-    auto const& boxes = world().processes.messageBoxes;
-    std::string shown;
-    for (auto const& box : boxes) {
-        shown += U8(box.caption + u": " + box.text) + " " + std::to_string(box.type) + "\n";
-    }
-    EXPECT_EQ(shown,
-              "Tarnwick Hot Folders: Could not delete service 0\nTarnwick Hot Folders: Could not start service 0\n");
-
-    world().processes.messageBoxes.clear();
-    EXPECT_EQ(Run(u"-Service"), 0);
-    TheService()->state = SERVICE_STOP_PENDING;
-    EXPECT_EQ(Run(u"-Service"), 0);
-    world().faults.Fail("OpenServiceW", ERROR_ACCESS_DENIED);  // the removal's test cannot see it
-    EXPECT_EQ(Run(u"-Service"), 0);
-    EXPECT_TRUE(boxes.empty());
-
-    world().services.Clear();
     world().processes.current.modulePath = u"C:\\" + std::u16string(256, u'x') + u".exe";
     Run(u"-Service");
     EXPECT_EQ(U8(TheService()->binaryPath) + std::to_string(TheService()->startType), "\"\"3");

@@ -22,11 +22,9 @@ TEST(SwitchScan, ChoosesTheRoleOfTheCommandLine)
         {u"hf.exe -asuser:A /asuser:B -asservice", "Ws:B"},
         {u"hf.exe \"-asuser:OFFICE\\Jo Doe\" /CURRENTUSERxyz", "W:OFFICE\\Jo Doe"},
         {u"hf.exe -currentuser -installuser -RegServer", "Wi:"},
-        {u"hf.exe -installuser -startservice", "X:"},
-        {u"hf.exe /StartServiceNow -asuser:B", "X:"},
+        {u"hf.exe -installuser /StartServiceNow -asuser:B", "X:"},
         {u"hf.exe -current -install -asserv -start currentuser \\asservice", "S:"},
-        {u"hf.exe -pauseinstalluser", "S:"},
-        {u"hf.exe -currentu\u017Fer", "S:"},
+        {u"hf.exe -pauseinstalluser -currentu\u017Fer", "S:"},
     };
     for (auto const& [line, expected] : rows) {
         auto arguments = sim::SplitCommandLine(line, u"C:\\x.exe");

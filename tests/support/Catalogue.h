@@ -1,6 +1,5 @@
-// The texts of the event log catalogue, written out independently of the
-// message source, so the generated table (native) and the executable's
-// message table (under Wine) are both checked against them byte for byte.
+// The texts of the event log catalogue, written out independently of the message
+// source, for checking the executable's message table byte for byte under Wine.
 #pragma once
 
 namespace hf::test {

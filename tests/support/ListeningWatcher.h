@@ -2,6 +2,9 @@
 // reads whatever a client writes, for the service-side suites.
 #pragma once
 
+#include "platform/Files.h"
+#include "platform/Pipes.h"
+#include "platform/Process.h"
 #include "platform/Types.h"
 
 #include <string>
@@ -12,38 +15,38 @@ namespace hf::test {
 class ListeningWatcher {
 public:
     // Creates one instance of `name` (a full \\.\pipe\ name) and waits for a client.
-    explicit ListeningWatcher(std::u16string const& name);
+    explicit ListeningWatcher(std::u16string const& name)
+        : pipe_(os::CreateNamedPipeW(name.c_str(), 0x40000003, 0, 255, 10240, 10240, 30000, nullptr))
+    {
+        os::ConnectNamedPipe(pipe_, &connect_);
+    }
     ListeningWatcher(const ListeningWatcher&) = delete;
     ListeningWatcher& operator=(const ListeningWatcher&) = delete;
 
-    // Starts reading once a client is there; what arrives lands in Received()
+    // Starts reading once a client is there; what arrives counts in Codes()
     // when the reads complete (in an alertable wait, or the test's RunApcs).
-    void Read();
+    void Read()
+    {
+        read_.hEvent = this;  // reads leave it to the caller
+        os::ReadFileEx(pipe_, buffer_, sizeof buffer_, &read_, &OnRead);
+    }
     // The watcher process goes away.
-    void Exit();
+    void Exit() { os::CloseHandle(pipe_); }
 
-    std::vector<BYTE> const& Received() const { return received_; }
     // What arrived, as 4-byte little-endian codes.
     std::vector<DWORD> Codes() const;
     // A read ended with an error (the client's end closed, say).
     bool Broken() const { return broken_; }
 
 private:
-    struct Reader {
-        OVERLAPPED overlapped{};
-        BYTE buffer[64]{};
-        ListeningWatcher* owner = nullptr;
-    };
     static void OnRead(DWORD error, DWORD bytes, OVERLAPPED* overlapped);
 
-    HANDLE pipe_ = nullptr;
+    HANDLE pipe_;
     OVERLAPPED connect_{};
-    Reader reader_;
+    OVERLAPPED read_{};
+    BYTE buffer_[64]{};
     std::vector<BYTE> received_;
     bool broken_ = false;
 };
-
-// A code as the control protocol writes it.
-std::vector<BYTE> CodeBytes(DWORD code);
 
 }  // namespace hf::test

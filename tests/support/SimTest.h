@@ -15,6 +15,12 @@
 
 namespace hf::test {
 
+// UTF-8 of a UTF-16 text, for readable assertions.
+inline std::string U8(std::u16string const& text)
+{
+    return ToUtf8(text);
+}
+
 class SimTest : public ::testing::Test {
 protected:
     SimTest()
@@ -39,7 +45,7 @@ protected:
     {
         std::vector<std::string> texts;
         for (auto const& record : sim::TheWorld().eventLog.Records()) {
-            texts.push_back(ToUtf8(sim::EventLog::Render(record)));
+            texts.push_back(U8(sim::EventLog::Render(record)));
         }
         return texts;
     }
@@ -52,26 +58,19 @@ protected:
         EXPECT_EQ(found.size(), 1u) << "reports of event " << eventId;
         return found.empty() ? sim::EventRecord{} : found.front();
     }
-    // Handles opened since the test began (process-wide objects excluded) and
-    // still open: a leak check for the code under test.
-    long HandlesLeftOpen() const { return static_cast<long>(sim::TheWorld().OpenHandleCount()) - baselineHandles_; }
+    // Handles opened since the process began (its process-wide objects excluded)
+    // and still open: a leak check for the code under test.
+    long HandlesLeftOpen() const { return static_cast<long>(sim::TheWorld().OpenHandleCount()) - baseline_; }
 
 private:
-    // The process-wide objects a fresh process has.
     void StartProcess()
     {
         RecreateCommandQueue();
         RecreateModule();
-        baselineHandles_ = static_cast<long>(sim::TheWorld().OpenHandleCount());
+        baseline_ = static_cast<long>(sim::TheWorld().OpenHandleCount());
     }
 
-    long baselineHandles_ = 0;
+    long baseline_ = 0;
 };
-
-// UTF-8 of a UTF-16 text, for readable assertions.
-inline std::string U8(std::u16string const& text)
-{
-    return ToUtf8(text);
-}
 
 }  // namespace hf::test

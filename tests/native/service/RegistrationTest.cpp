@@ -7,27 +7,20 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <set>
 
 namespace hf::test {
 namespace {
 
 // The switch is found in the raw command line, the program's path included:
-// a whole word after "-" or "/", any case, the server switches first.
+// a whole word after "-" or "/".
 TEST(OneShotSwitches, AreFoundByTheRawLineRules)
 {
     using S = OneShotSwitch;
     std::pair<const char16_t*, S> const lines[] = {
-        {u"\"C:\\hf.exe\" -RegServer", S::RegServer},
-        {u"\"C:\\hf.exe\" /UnregServer", S::UnregServer},
-        {u"\"C:\\hf.exe\" -regserverperuser", S::RegServerPerUser},
-        {u"\"C:\\hf.exe\" /UNREGSERVERPERUSER", S::UnregServerPerUser},
         {u"\"C:\\hf.exe\" -RegServer2 -Services \"-RegServer\" - RegServer -pause", S::None},
-        {u"\"C:\\hf.exe\" -RegServer\t-x", S::RegServer},
         {u"\"C:\\Tools -RegServer \\hf.exe\"", S::RegServer},
         {u"C:\\a/Service b\\hf.exe", S::Service},
-        {u"\"C:\\hf.exe\" -Service -RegServer", S::RegServer},
-        {u"\"C:\\hf.exe\" -UnregServerPerUser -RegServer", S::UnregServerPerUser},
-        {u"\"C:\\hf.exe\" /Service -Service", S::Service},
         {u"", S::None},
     };
     for (auto const& [line, expected] : lines) {
@@ -37,33 +30,56 @@ TEST(OneShotSwitches, AreFoundByTheRawLineRules)
 
 constexpr char16_t kExe[] = u"C:\\Program Files\\Tarnwick\\TarnwickHotFolder.exe";
 constexpr char16_t kQuotedExe[] = u"\"C:\\Program Files\\Tarnwick\\TarnwickHotFolder.exe\"";
-constexpr char16_t kClsid[] = u"{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}";
-constexpr char16_t kClassKey[] = u"CLSID\\{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}";
-constexpr char16_t kAppId[] = u"{C04A1F20-6D3A-4888-9FEE-A82D8DA28254}";
 constexpr char16_t kAppIdKey[] = u"AppID\\{C04A1F20-6D3A-4888-9FEE-A82D8DA28254}";
-constexpr char16_t kEventSource[] = u"SYSTEM\\CurrentControlSet\\Services\\Eventlog\\Application\\Tarnwick Hot Folders";
-std::u16string const kClass = kClassKey;
+std::u16string const kClass = u"CLSID\\{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}";
+constexpr char16_t kEventSources[] = u"SYSTEM\\CurrentControlSet\\Services\\Eventlog\\Application";
 
-// The string values of both tables (key, value name, data; "" is the default value).
-std::vector<std::array<std::u16string, 3>> const kRows = {
-    {kAppIdKey, u"", u"TarnwickHotFolder"},
-    {u"AppID\\TarnwickHotFolder.EXE", u"AppID", kAppId},
-    {u"Tarnwick.FolderService.1", u"", u"FolderService Class"},
-    {u"Tarnwick.FolderService.1\\CLSID", u"", kClsid},
-    {u"Tarnwick.FolderService", u"", u"FolderService Class"},
-    {u"Tarnwick.FolderService\\CLSID", u"", kClsid},
-    {u"Tarnwick.FolderService\\CurVer", u"", u"Tarnwick.FolderService.1"},
-    {kClass, u"", u"FolderService Class"},
-    {kClass, u"AppID", kAppId},
-    {kClass + u"\\ProgID", u"", u"Tarnwick.FolderService.1"},
-    {kClass + u"\\VersionIndependentProgID", u"", u"Tarnwick.FolderService"},
-    {kClass + u"\\LocalServer32", u"", kQuotedExe},
-    {kClass + u"\\TypeLib", u"", u"{524F5CA9-889F-479E-9DCC-E15F61C695AC}"},
+// The keys and values below a key, a line each: "KEY|name=type:data" for a value ("" is the default value),
+// text data as text and other data in hex; "KEY" for a key without values. Keys are upper-cased, as the
+// registry keeps them.
+using Listing = std::set<std::string>;
+
+Listing operator+(Listing listing, Listing const& more)
+{
+    listing.insert(more.begin(), more.end());
+    return listing;
+}
+
+// Both tables.
+Listing const kTables = {
+    "APPID",
+    "APPID\\{C04A1F20-6D3A-4888-9FEE-A82D8DA28254}|=1:TarnwickHotFolder",
+    "APPID\\TARNWICKHOTFOLDER.EXE|AppID=1:{C04A1F20-6D3A-4888-9FEE-A82D8DA28254}",
+    "TARNWICK.FOLDERSERVICE.1|=1:FolderService Class",
+    "TARNWICK.FOLDERSERVICE.1\\CLSID|=1:{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}",
+    "TARNWICK.FOLDERSERVICE|=1:FolderService Class",
+    "TARNWICK.FOLDERSERVICE\\CLSID|=1:{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}",
+    "TARNWICK.FOLDERSERVICE\\CURVER|=1:Tarnwick.FolderService.1",
+    "CLSID",
+    "CLSID\\{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}|=1:FolderService Class",
+    "CLSID\\{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}|AppID=1:{C04A1F20-6D3A-4888-9FEE-A82D8DA28254}",
+    "CLSID\\{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}\\PROGID|=1:Tarnwick.FolderService.1",
+    "CLSID\\{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}\\VERSIONINDEPENDENTPROGID|=1:Tarnwick.FolderService",
+    "CLSID\\{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}\\PROGRAMMABLE",
+    "CLSID\\{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}\\LOCALSERVER32|=1:"
+    "\"C:\\Program Files\\Tarnwick\\TarnwickHotFolder.exe\"",
+    "CLSID\\{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}\\TYPELIB|=1:{524F5CA9-889F-479E-9DCC-E15F61C695AC}",
 };
-// Other programs' keys (upper-cased, with their value counts), which stay; the keys without values.
-std::map<std::u16string, std::size_t> const kOthers = {
-    {u"APPID", 0}, {u"APPID\\OTHER.EXE", 1}, {u"CLSID", 0}, {u"CLSID\\{00000000-1111-2222-3333-444444444444}", 1}};
-std::vector<std::u16string> const kBareKeys = {u"AppID", u"CLSID", kClass + u"\\Programmable"};
+// Other programs' keys, which stay.
+Listing const kOthers = {"APPID", "APPID\\OTHER.EXE|AppID=1:{other}", "CLSID", "CLSID\\{0}|=1:x"};
+// What -Service adds to the AppID.
+std::string const kPermission =
+    "APPID\\{C04A1F20-6D3A-4888-9FEE-A82D8DA28254}|AccessPermission=3:"
+    "01000480580000006800000000000000140000000200440003000000000014000300000001010000000000010000000000001400"
+    "0700000001010000000000050a000000000014000300000001010000000000051200000001020000000000052000000020020000"
+    "01020000000000052000000020020000";
+std::string const kLocalService = "APPID\\{C04A1F20-6D3A-4888-9FEE-A82D8DA28254}|LocalService=1:Tarnwick Hot Folders";
+Listing const kEventSource = {
+    "TARNWICK HOT FOLDERS|EventMessageFile=1:C:\\Program Files\\Tarnwick\\TarnwickHotFolder.exe",
+    "TARNWICK HOT FOLDERS|TypesSupported=4:07000000",
+    "TARNWICK HOT FOLDERS|CategoryMessageFile=1:C:\\Program Files\\Tarnwick\\TarnwickHotFolder.exe",
+    "TARNWICK HOT FOLDERS|CategoryCount=4:03000000",
+};
 
 std::vector<BYTE> SourceFile(std::string const& relative)
 {
@@ -81,7 +97,7 @@ protected:
         resources[{u"REGISTRY", 101}] = SourceFile("HotFolder/service/AppId.rgs");
         resources[{u"REGISTRY", 102}] = SourceFile("HotFolder/service/FolderService.rgs");
         resources[{u"TYPELIB", 1}] = {'M', 'S', 'F', 'T'};
-        world().registry.SetString(HKEY_CLASSES_ROOT, u"CLSID\\{00000000-1111-2222-3333-444444444444}", u"", u"x");
+        world().registry.SetString(HKEY_CLASSES_ROOT, u"CLSID\\{0}", u"", u"x");
         world().registry.SetString(HKEY_CLASSES_ROOT, u"AppID\\Other.EXE", u"AppID", u"{other}");
     }
 
@@ -92,158 +108,100 @@ protected:
         return HotFolderMain(nullptr, 1);
     }
 
-    // The keys below the classes root, upper-cased, with their value counts.
-    std::map<std::u16string, std::size_t> Keys(HKEY root, std::u16string const& classes)
+    // The keys and values below `base`, relative to it.
+    Listing Dump(HKEY root, std::u16string const& base)
     {
-        std::map<std::u16string, std::size_t> keys;
-        std::u16string const prefix = classes.empty() ? u"" : AsciiUpper(classes) + u"\\";
-        for (auto const& key : world().registry.KeysBelow(root, classes)) {
-            if (key.size() > prefix.size()) {
-                keys[key.substr(prefix.size())] =
-                    world().registry.Find(sim::Registry::RootName(root) + u"\\" + key)->values.size();
+        Listing listing;
+        std::size_t const skip = base.empty() ? 0 : base.size() + 1;
+        for (auto const& path : world().registry.KeysBelow(root, base)) {
+            if (path.size() <= skip) {
+                continue;  // the base itself
+            }
+            std::string const key = U8(path.substr(skip));
+            auto const& values = world().registry.Find(sim::Registry::RootName(root) + u"\\" + path)->values;
+            for (auto const& v : values) {
+                std::string data = v.type == REG_SZ ? U8(*world().registry.String(root, path, v.name)) : "";
+                for (BYTE byte : v.type == REG_SZ ? std::vector<BYTE>{} : v.data) {
+                    data += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
+                }
+                listing.insert(key + "|" + U8(v.name) + "=" + std::to_string(v.type) + ":" + data);
+            }
+            if (values.empty()) {
+                listing.insert(key);
             }
         }
-        return keys;
-    }
-
-    // Exactly the tables' keys and REG_SZ values besides the other programs' (and `appIdValues` more in the AppID).
-    void ExpectOnlyTables(HKEY root, std::u16string const& classes, std::size_t appIdValues = 0)
-    {
-        std::u16string const base = classes.empty() ? u"" : classes + u"\\";
-        auto expected = classes.empty() ? kOthers : std::map<std::u16string, std::size_t>{};
-        for (auto const& key : kBareKeys) {
-            expected[AsciiUpper(key)];
-        }
-        for (auto const& [key, name, data] : kRows) {
-            auto const value = world().registry.Value(root, base + key, name);
-            EXPECT_TRUE(value && value->type == REG_SZ) << U8(key) << " " << U8(name);
-            EXPECT_EQ(U8(world().registry.String(root, base + key, name).value_or(u"-")), U8(data)) << U8(key);
-            ++expected[AsciiUpper(key)];
-        }
-        expected[AsciiUpper(kAppIdKey)] += appIdValues;
-        EXPECT_EQ(Keys(root, classes), expected);
+        return listing;
     }
 
     sim::Service* TheService() { return world().services.Find(u"Tarnwick Hot Folders"); }
 };
 
-// -RegServer replaces what an older registration left in its keys and keeps
-// other programs' keys; the per-user switches do the same below the user's
-// classes, each form apart; unregistering leaves only the other programs' keys.
-TEST_F(RegistrationTest, RegServerWritesExactlyTheTablesAndUnregServerRemovesThem)
+// One machine's registrations in turn. -RegServer replaces what an older registration left in its keys and
+// keeps other programs' keys; the per-user switches do the same below the user's classes, each form apart.
+// -Service installs the service (created on demand, then turned automatic) and replaces one already there;
+// a service already stopping needs no stop, and one that cannot be opened for its removal is kept. The
+// manager's refusals are shown in message boxes and fail the switch. -RegServer removes the service and its
+// LocalService; -UnregServer leaves only the other programs' keys and the event source. A module path that
+// fills its 260-character buffer is no path: the service gets none and stays on demand.
+TEST_F(RegistrationTest, OneShotSwitchesWriteExactlyTheContractAndUndoIt)
 {
     world().registry.SetString(HKEY_CLASSES_ROOT, kClass + u"\\InprocServer32", u"", u"old.dll");
-    world().registry.SetString(HKEY_CLASSES_ROOT, kClassKey, u"Stale", u"x");
+    world().registry.SetString(HKEY_CLASSES_ROOT, kClass, u"Stale", u"x");
     world().registry.SetString(HKEY_CLASSES_ROOT, kClass + u"\\Programmable\\Old", u"", u"x");
-    EXPECT_EQ(Run(u"/regserver"), 0);
-    ExpectOnlyTables(HKEY_CLASSES_ROOT, u"");
-    EXPECT_EQ(TheService(), nullptr);
-    EXPECT_EQ(world().registry.Find(u"HKEY_LOCAL_MACHINE\\" + std::u16string(kEventSource)), nullptr);
+    EXPECT_EQ(Run(u"/regserver\t-x"), 0);
+    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), kTables + kOthers);
+    EXPECT_TRUE(TheService() == nullptr && Dump(HKEY_LOCAL_MACHINE, kEventSources).empty()) << "no service";
     EXPECT_EQ(world().processes.threadsCreated, 0) << "a one-shot switch starts no supervisor";
 
     EXPECT_EQ(Run(u"-RegServerPerUser"), 0);
-    ExpectOnlyTables(HKEY_CURRENT_USER, u"Software\\Classes");
-    auto const& libraries = world().com.typeLibraries;  // the file, and whether per user
+    EXPECT_EQ(Dump(HKEY_CURRENT_USER, u"Software\\Classes"), kTables);
+    auto const& libraries = world().com.typeLibraries;  // the executable's, for the machine, then per user
     ASSERT_EQ(libraries.size(), 2u);
-    EXPECT_EQ(U8(libraries[0].file + libraries[1].file) + std::to_string(libraries[0].perUser) +
-                  std::to_string(libraries[1].perUser),
-              U8(kExe) + U8(kExe) + "01");
+    EXPECT_TRUE(libraries[0].file == kExe && libraries[1].file == kExe && libraries[1].perUser > libraries[0].perUser);
+    EXPECT_EQ(Run(u"-UnregServerPerUser -RegServer"), 0);  // the leftmost switch counts
+    EXPECT_EQ(Dump(HKEY_CURRENT_USER, u"Software\\Classes"), (Listing{"APPID", "CLSID"}));
+    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), kTables + kOthers);
 
-    EXPECT_EQ(Run(u"-UnregServerPerUser"), 0);
-    EXPECT_EQ(Keys(HKEY_CURRENT_USER, u"Software\\Classes"),
-              (std::map<std::u16string, std::size_t>{{u"APPID", 0}, {u"CLSID", 0}}));
-    ExpectOnlyTables(HKEY_CLASSES_ROOT, u"");
-    EXPECT_EQ(Run(u"-UnregServer"), 0);
-    EXPECT_EQ(Keys(HKEY_CLASSES_ROOT, u""), kOthers);
-    EXPECT_TRUE(libraries.empty());
-}
-
-// -Service installs the service (created on demand, then turned automatic),
-// and again replaces it; -RegServer then removes it and its LocalService;
-// -UnregServer leaves only the event source.
-TEST_F(RegistrationTest, ServiceInstallsTheServiceWithItsAccessPermissionAndEventSource)
-{
     EXPECT_EQ(Run(u"-Service"), 0);
     TheService()->state = SERVICE_RUNNING;
     EXPECT_EQ(Run(u"-Service"), 0);
-
-    ExpectOnlyTables(HKEY_CLASSES_ROOT, u"", 2);
-    EXPECT_EQ(U8(*world().registry.String(HKEY_CLASSES_ROOT, kAppIdKey, u"LocalService")), "Tarnwick Hot Folders");
-    auto const permission = world().registry.Value(HKEY_CLASSES_ROOT, kAppIdKey, u"AccessPermission");
-    std::string hex = std::to_string(permission->type) + ":";
-    for (BYTE byte : permission->data) {
-        hex += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
-    }
-    EXPECT_EQ(hex,
-              "3:"
-              "01000480580000006800000000000000140000000200440003000000000014000300000001010000000000010000000000001400"
-              "0700000001010000000000050a000000000014000300000001010000000000051200000001020000000000052000000020020000"
-              "01020000000000052000000020020000");
-
-    auto const* source = world().registry.Find(u"HKEY_LOCAL_MACHINE\\" + std::u16string(kEventSource));
-    ASSERT_NE(source, nullptr);
-    std::string values;  // name, type, then the text or the first byte and the size
-    for (auto const& v : source->values) {
-        values += U8(v.name) + " " + std::to_string(v.type) + " " +
-                  (v.type == REG_SZ ? U8(*world().registry.String(HKEY_LOCAL_MACHINE, kEventSource, v.name))
-                                    : std::to_string(v.data.at(0)) + std::to_string(v.data.size())) +
-                  "|";
-    }
-    EXPECT_EQ(values, "EventMessageFile 1 " + U8(kExe) + "|TypesSupported 4 74|CategoryMessageFile 1 " + U8(kExe) +
-                          "|CategoryCount 4 34|");
+    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), (kTables + kOthers + Listing{kPermission, kLocalService}));
+    EXPECT_EQ(Dump(HKEY_LOCAL_MACHINE, kEventSources), kEventSource);
     sim::Service const& s = *TheService();  // the running service was stopped, deleted and created again
     EXPECT_EQ(U8(s.displayName + u"|" + s.binaryPath + u"|" + s.dependencies) + "|" + std::to_string(s.serviceType) +
                   std::to_string(s.startType) + std::to_string(s.errorControl) + std::to_string(s.state),
               "Tarnwick Hot Folders|" + U8(kQuotedExe) + "|RPCSS|16211");
+    TheService()->state = SERVICE_STOP_PENDING;
+    EXPECT_EQ(Run(u"-Service"), 0);
+    world().faults.Fail("OpenServiceW", ERROR_ACCESS_DENIED);  // the removal's test cannot see it
+    EXPECT_EQ(Run(u"-Service"), 0);
     EXPECT_TRUE(world().processes.messageBoxes.empty());
 
-    EXPECT_EQ(Run(u"-RegServer"), 0);
-    EXPECT_EQ(TheService(), nullptr);
-    ExpectOnlyTables(HKEY_CLASSES_ROOT, u"", 1);  // AccessPermission stays
-
-    EXPECT_EQ(Run(u"-Service"), 0);
-    EXPECT_EQ(Run(u"-UnregServer"), 0);
-    EXPECT_EQ(TheService(), nullptr);
-    EXPECT_EQ(Keys(HKEY_CLASSES_ROOT, u""), kOthers);
-    EXPECT_EQ(world().registry.Find(u"HKEY_LOCAL_MACHINE\\" + std::u16string(kEventSource))->values.size(), 4u);
-}
-
-// The manager's refusals are shown in message boxes and fail the switch; a
-// service already stopping needs no stop; a service found installed is kept.
-TEST_F(RegistrationTest, RefusalsOfTheServiceManagerAreShownAndFailTheSwitch)
-{
     constexpr HRESULT kFailed = static_cast<HRESULT>(0x80004005u);
-    EXPECT_EQ(Run(u"-Service"), 0);
     world().faults.Fail("DeleteService", ERROR_ACCESS_DENIED);
     EXPECT_EQ(Run(u"-RegServer"), kFailed);
     EXPECT_TRUE(world().registry.Value(HKEY_CLASSES_ROOT, kAppIdKey, u"LocalService")) << "nothing else happened";
-
-    world().services.Clear();
+    EXPECT_EQ(Run(u"-Service -RegServer"), 0);  // the server switches come first
+    EXPECT_EQ(TheService(), nullptr);
+    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), kTables + kOthers + Listing{kPermission});  // AccessPermission stays
     world().faults.Fail("CreateServiceW", ERROR_ACCESS_DENIED);
     EXPECT_EQ(Run(u"-Service"), kFailed);
-    auto const& boxes = world().processes.messageBoxes;
     std::string shown;
-    for (auto const& box : boxes) {
+    for (auto const& box : world().processes.messageBoxes) {
         shown += U8(box.caption + u": " + box.text) + " " + std::to_string(box.type) + "\n";
     }
     EXPECT_EQ(shown,
               "Tarnwick Hot Folders: Could not delete service 0\nTarnwick Hot Folders: Could not start service 0\n");
 
-    world().processes.messageBoxes.clear();
     EXPECT_EQ(Run(u"-Service"), 0);
-    TheService()->state = SERVICE_STOP_PENDING;
-    EXPECT_EQ(Run(u"-Service"), 0);
-    world().faults.Fail("OpenServiceW", ERROR_ACCESS_DENIED);  // the removal's test cannot see it
-    EXPECT_EQ(Run(u"-Service"), 0);
-    EXPECT_TRUE(boxes.empty());
-}
+    EXPECT_EQ(Run(u"-UnregServer"), 0);
+    EXPECT_EQ(TheService(), nullptr);
+    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), kOthers);
+    EXPECT_EQ(Dump(HKEY_LOCAL_MACHINE, kEventSources), kEventSource);
+    EXPECT_TRUE(libraries.empty());
 
-// A module path that fills its 260-character buffer is no path: the service gets none and stays on demand.
-TEST_F(RegistrationTest, AModulePathOfTheWholeBufferIsNotUsed)
-{
     world().processes.current.modulePath = u"C:\\" + std::u16string(256, u'x') + u".exe";
-    world().processes.current.commandLine = u"x -Service";
-    HotFolderMain(nullptr, 1);
+    Run(u"-Service");
     EXPECT_EQ(U8(TheService()->binaryPath) + std::to_string(TheService()->startType), "\"\"3");
 }
 

@@ -21,13 +21,6 @@ using Commands = std::vector<std::pair<DWORD, std::string>>;
 
 class ServiceModuleTest : public SimTest {
 protected:
-    // Registered as the service and started by the service control manager.
-    sim::Service& StartedByTheManager()
-    {
-        world().registry.SetString(HKEY_CLASSES_ROOT, kAppIdKey, u"LocalService", kServiceName);
-        world().services.dispatcherReachable = true;
-        return world().services.Install(kServiceName);
-    }
     // The commands queued for the supervisor, taken in order, with their arguments.
     Commands Queued()
     {
@@ -40,11 +33,14 @@ protected:
     }
 };
 
-// The class object is published suspended until the service runs; pause and continue become commands,
-// other requests change nothing or are logged; the stop is queued before stop-pending is reported.
+// Registered as the service and started by the manager: the class object is published suspended until the
+// service runs; pause and continue become commands, other requests change nothing or are logged; the stop
+// is queued before stop-pending is reported, and ends the loop even the moment the service runs.
 TEST_F(ServiceModuleTest, AServiceRunsUntilStoppedAndTurnsRequestsIntoCommands)
 {
-    sim::Service& service = StartedByTheManager();
+    world().registry.SetString(HKEY_CLASSES_ROOT, kAppIdKey, u"LocalService", kServiceName);
+    world().services.dispatcherReachable = true;
+    sim::Service& service = world().services.Install(kServiceName);
     Commands atStopPending;
     service.onStatus = [&](DWORD state) {
         auto const& published = world().com.classObjects;
@@ -73,19 +69,16 @@ TEST_F(ServiceModuleTest, AServiceRunsUntilStoppedAndTurnsRequestsIntoCommands)
               "4 Tarnwick Hot Folders: Service stopped\n");
     EXPECT_TRUE(world().com.classObjects.empty() && world().com.apartments == 0) << "revoked when the loop ended";
     EXPECT_EQ(world().processes.current.standardOutput, "") << "a service logs to the event log only";
-}
 
-TEST_F(ServiceModuleTest, AStopThatComesTheMomentTheServiceRunsEndsItsLoop)
-{
-    sim::Service& service = StartedByTheManager();
+    NewProcess();  // the stop comes before the loop first looks for a message
     service.onStatus = [&](DWORD state) {
         if (state == SERVICE_RUNNING) {
             service.handler(SERVICE_CONTROL_STOP);
         }
     };
+    int const exhausted = world().ExhaustedWaits();
     EXPECT_EQ(TheModule().Start(1), 0);
-    EXPECT_EQ(service.reportedStates, (std::vector<DWORD>{2, 4, 3, 1}));
-    EXPECT_EQ(world().ExhaustedWaits(), 0) << "the loop ended on the stop's WM_QUIT, not for want of messages";
+    EXPECT_EQ(world().ExhaustedWaits(), exhausted) << "the loop ended on the stop's WM_QUIT, not for want of messages";
 }
 
 // Only a terminated LocalService string makes a service (by hand it cannot reach the dispatcher: 1063);
@@ -143,19 +136,46 @@ ServicePtr CreateFolderService(os::IUnknown* outer = nullptr, HRESULT expected =
     return ServicePtr(static_cast<os::IFolderService*>(object), [](os::IUnknown* unknown) { unknown->Release(); });
 }
 
-// Each object holds a server reference; as a service the module gives back only its own lock count.
-// Aggregated, the caller must ask for IUnknown. A pipe name is queued up to its first null.
-TEST_F(ServiceModuleTest, FolderServiceObjectsHoldTheServerAndQueueConnectRequests)
+// Each object holds a server reference; as a service the module gives back only its own lock count. A pipe
+// name is queued up to its first null. The store's Win32 results come back as HRESULTs; a failed query
+// leaves the caller's answer alone; the whole password, nulls and all, is sealed. Aggregated, the caller
+// must ask for IUnknown, and the inner object ends with its own last reference.
+TEST_F(ServiceModuleTest, FolderServiceObjectsQueueConnectRequestsAndKeepUsersInTheStore)
 {
+    std::vector<os::BSTR> texts;
+    auto bstr = [&](std::u16string const& text) {
+        return texts.emplace_back(os::SysAllocStringLen(text.data(), static_cast<unsigned>(text.size())));
+    };
+    os::BSTR const clerk = bstr(u"OFFICE\\clerk");
     {
         ServicePtr service = CreateFolderService();
         ServicePtr second = CreateFolderService();
         EXPECT_EQ(world().com.serverReferences, 2);
-        os::BSTR const name = os::SysAllocStringLen(u"\\\\.\\pipe\\W_A_b\0tail", 19);
-        EXPECT_EQ(service->ConnectWatcher(name), S_OK);
+        EXPECT_EQ(service->ConnectWatcher(bstr(std::u16string(u"\\\\.\\pipe\\W_A_b\0tail", 19))), S_OK);
         EXPECT_EQ(service->ConnectWatcher(nullptr), S_OK);
-        os::SysFreeString(name);
         EXPECT_EQ(Queued(), (Commands{{CMD_CONNECT, "\\\\.\\pipe\\W_A_b"}, {CMD_CONNECT, ""}}));
+
+        os::VARIANT_BOOL installed = 7;
+        EXPECT_EQ((std::pair{service->IsUserInstalled(clerk, &installed), installed}), std::pair(S_OK, VARIANT_FALSE));
+        std::u16string const password(u"pa\0ss", 5);
+        EXPECT_EQ(service->InstallUser(clerk, bstr(password)), S_OK);
+        EXPECT_EQ((std::pair{service->IsUserInstalled(clerk, &installed), installed}), std::pair(S_OK, VARIANT_TRUE));
+        EventReporter events(kCategoryService);
+        BinaryValueReader const value(UserStore::Open().key(), clerk);
+        auto opened = UnprotectPassword(clerk, value.data(), value.size(), events);
+        ASSERT_TRUE(opened);
+        EXPECT_EQ(std::u16string(opened->password().c_str(), opened->password().length()), password);
+        EXPECT_EQ((std::vector{service->UninstallUser(clerk), service->UninstallUser(clerk)}),
+                  (std::vector<HRESULT>{S_OK, static_cast<HRESULT>(0x80070002u)}));
+
+        world().registry.SetString(HKEY_LOCAL_MACHINE, kUserStoreKeyPath, u"OFFICE\\typed", u"not binary");
+        EXPECT_EQ(service->IsUserInstalled(bstr(u"OFFICE\\typed"), &installed), static_cast<HRESULT>(0x8007000Du));
+        world().faults.Fail("RegCreateKeyExW", ERROR_ACCESS_DENIED, 3);
+        HRESULT const denied = static_cast<HRESULT>(0x80070005u);
+        EXPECT_EQ((std::vector{service->IsUserInstalled(clerk, &installed), service->InstallUser(clerk, clerk),
+                               service->UninstallUser(clerk), HRESULT{installed}}),
+                  (std::vector<HRESULT>{denied, denied, denied, VARIANT_TRUE}));
+        EXPECT_FALSE(world().registry.Value(HKEY_LOCAL_MACHINE, kUserStoreKeyPath, clerk));
     }
     EXPECT_EQ((std::pair<long, long>(world().com.serverReferences, TheModule().LockCount())),
               (std::pair<long, long>(2, -2)));
@@ -170,44 +190,6 @@ TEST_F(ServiceModuleTest, FolderServiceObjectsHoldTheServerAndQueueConnectReques
     int const locks = TheModule().LockCount();
     static_cast<os::IUnknown*>(inner)->Release();
     EXPECT_EQ(TheModule().LockCount(), locks - 1) << "the inner object ends with its own last reference";
-}
-
-// The store's Win32 results come back as HRESULTs; a failed query leaves the caller's answer alone;
-// the whole password, nulls and all, is sealed.
-TEST_F(ServiceModuleTest, FolderServiceInstallsQueriesAndUninstallsUsersThroughTheStore)
-{
-    ServicePtr service = CreateFolderService();
-    std::vector<os::BSTR> texts;
-    auto bstr = [&](std::u16string const& text) {
-        return texts.emplace_back(os::SysAllocStringLen(text.data(), static_cast<unsigned>(text.size())));
-    };
-    os::VARIANT_BOOL installed = 7;
-    EXPECT_EQ((std::pair{service->IsUserInstalled(bstr(u"OFFICE\\clerk"), &installed), installed}),
-              std::pair(S_OK, VARIANT_FALSE));
-
-    std::u16string const password(u"pa\0ss", 5);
-    EXPECT_EQ(service->InstallUser(bstr(u"OFFICE\\clerk"), bstr(password)), S_OK);
-    EXPECT_EQ((std::pair{service->IsUserInstalled(bstr(u"OFFICE\\clerk"), &installed), installed}),
-              std::pair(S_OK, VARIANT_TRUE));
-    EventReporter events(kCategoryService);
-    BinaryValueReader const value(UserStore::Open().key(), u"OFFICE\\clerk");
-    auto opened = UnprotectPassword(u"OFFICE\\clerk", value.data(), value.size(), events);
-    ASSERT_TRUE(opened);
-    EXPECT_EQ(std::u16string(opened->password().c_str(), opened->password().length()), password);
-    EXPECT_EQ(
-        (std::vector{service->UninstallUser(bstr(u"OFFICE\\clerk")), service->UninstallUser(bstr(u"OFFICE\\clerk"))}),
-        (std::vector<HRESULT>{S_OK, static_cast<HRESULT>(0x80070002u)}));
-
-    world().registry.SetString(HKEY_LOCAL_MACHINE, kUserStoreKeyPath, u"OFFICE\\typed", u"not binary");
-    installed = 7;
-    EXPECT_EQ(service->IsUserInstalled(bstr(u"OFFICE\\typed"), &installed), static_cast<HRESULT>(0x8007000Du));
-    world().faults.Fail("RegCreateKeyExW", ERROR_ACCESS_DENIED, 3);
-    HRESULT const denied = static_cast<HRESULT>(0x80070005u);
-    EXPECT_EQ((std::vector{service->IsUserInstalled(bstr(u"OFFICE\\clerk"), &installed),
-                           service->InstallUser(bstr(u"OFFICE\\clerk"), bstr(u"secret")),
-                           service->UninstallUser(bstr(u"OFFICE\\clerk")), HRESULT{installed}}),
-              (std::vector<HRESULT>{denied, denied, denied, 7}));
-    EXPECT_FALSE(world().registry.Value(HKEY_LOCAL_MACHINE, kUserStoreKeyPath, u"OFFICE\\clerk"));
     std::for_each(texts.begin(), texts.end(), os::SysFreeString);
 }
 

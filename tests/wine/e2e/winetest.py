@@ -30,6 +30,11 @@ TEMPLATE_MARK = ".hf-template"
 BOOTED_MARK = ".hf-booted"
 REGISTRY_ROOTS = {"HKCR": "HKEY_CLASSES_ROOT", "HKCU": "HKEY_CURRENT_USER", "HKLM": "HKEY_LOCAL_MACHINE"}
 SERVER_ALREADY_RUNNING = 2  # wineserver -p's exit code when the prefix's server runs
+SETTLE_SECONDS = 2.0  # how long a file must stay untouched before it is handed on
+SUCCESS, ERROR, INFORMATION = 0, 1, 4  # event types
+CATEGORY_SERVICE, CATEGORY_USER = 1, 2
+USERS_KEY = r"HKLM\SOFTWARE\Orvanta\Tarnwick\4\HotFolderUsers"
+USER = "OFFICE\\clerk"
 
 
 def wine_environment(prefix, debug="-all", extra=None):  # no display, Mono or Gecko; UTF-8
@@ -93,10 +98,17 @@ def start_server(path, timeout=120):
 def stop_server(path, timeout=60):  # and everything running in the prefix
     path = Path(path)
     if path.exists():
-        env = wine_environment(path)
-        run_detached(["wineserver", "-k"], env, timeout)
-        run_detached(["wineserver", "-w"], env, timeout)
+        for option in ("-k", "-w"):
+            run_detached(["wineserver", option], wine_environment(path), timeout)
         (path / BOOTED_MARK).unlink(missing_ok=True)
+
+
+def poll(read, done, timeout, interval=0.1):
+    """read() again until done(what it read) or `timeout` s have passed; the last read."""
+    deadline = time.monotonic() + timeout
+    while not done(value := read()) and time.monotonic() < deadline:
+        time.sleep(interval)
+    return value
 
 
 def windows_path(unix_path):  # through Wine's Z: drive, which maps the Unix root
@@ -175,11 +187,12 @@ class Prefix:
     def environment(self, debug="-all", extra=None):
         return wine_environment(self.path, debug, extra)
 
-    def wine(self, *arguments, timeout=60, check=True, input=None):
+    def wine(self, *arguments, timeout=60, check=True, input=None, debug="-all"):
         """Runs `wine ARGUMENTS...`; its output is decoded from code page 437,
         the OEM code page of the en-US locale that C.UTF-8 gives."""
-        result = subprocess.run(["wine", *arguments], env=self.environment(), capture_output=True, timeout=timeout,
-                                check=False, **({"input": input} if input is not None else {"stdin": subprocess.DEVNULL}))
+        result = subprocess.run(["wine", *arguments], env=self.environment(debug), capture_output=True,
+                                timeout=timeout, check=False,
+                                **({"input": input} if input is not None else {"stdin": subprocess.DEVNULL}))
         result.stdout = result.stdout.decode("cp437")
         if check and result.returncode != 0:
             raise RuntimeError(f"wine {' '.join(arguments)} exited with {result.returncode}: {result.stderr!r}")
@@ -282,11 +295,8 @@ class Prefix:
     def jobs(self):  # [number, input, script, output folder, reply, outcome, received]
         return self.journal("job")
 
-    def wait_for_jobs(self, count, timeout=30):
-        deadline = time.monotonic() + timeout
-        while len(self.jobs()) < count and time.monotonic() < deadline:
-            time.sleep(0.05)
-        return self.jobs()
+    def wait_for_jobs(self, count, timeout=30):  # the jobs once there are `count`, or after `timeout` s
+        return poll(self.jobs, lambda jobs: len(jobs) >= count, timeout, 0.05)
 
     def trace_size(self):
         return self.trace_path.stat().st_size if self.trace_path.exists() else 0
@@ -299,12 +309,13 @@ class Prefix:
             return parse_events(trace.read().decode("utf-8", "replace"))
 
     def wait_for_events(self, predicate, timeout=30, start=0):  # until predicate(events so far) holds
-        deadline = time.monotonic() + timeout
-        while not predicate(events := self.events(start)):
-            if time.monotonic() > deadline:
-                raise TimeoutError(f"the events never came; reported so far: {events}")
-            time.sleep(0.1)
+        events = poll(lambda: self.events(start), predicate, timeout)
+        if not predicate(events):
+            raise TimeoutError(f"the events never came; reported so far: {events}")
         return events
+
+    def since(self, start, event_id):  # the strings of the events `event_id` reported after `start`
+        return [e.strings for e in self.events(start) if e.event_id == event_id]
 
 
 def has_event(event_id, strings=None):

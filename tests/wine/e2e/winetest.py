@@ -226,17 +226,21 @@ class Prefix:
             values["" if name == "(Default)" else name] = (kind, data or "")
         return tree
 
+    def launch(self, program, *arguments, extra=None, **options):
+        """Starts `program` in the prefix, tracing the events to the trace file, `extra` added to its environment."""
+        with open(self.trace_path, "ab") as trace:
+            return subprocess.Popen(["wine", program, *arguments], env=self.environment(EVENT_TRACE, extra),
+                                    stdin=options.pop("stdin", subprocess.DEVNULL), stderr=trace, **options)
+
     def run_command_line(self, line, timeout=60):
         """Runs a raw command line through the build's launcher (exactly as
         given, with its 32-bit exit code); returns it with the events reported meanwhile."""
         start = self.trace_size()
-        with open(self.trace_path, "ab") as trace:
-            result = subprocess.run(["wine", self.launcher], env=self.environment(EVENT_TRACE, {
-                "HF_LAUNCH_COMMAND_LINE": line}), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=trace,
-                timeout=timeout, check=False)
-        match = re.search(rb"^exit code (-?\d+)\s*$", result.stdout, re.MULTILINE)
+        launcher = self.launch(self.launcher, extra={"HF_LAUNCH_COMMAND_LINE": line}, stdout=subprocess.PIPE)
+        output = launcher.communicate(timeout=timeout)[0]
+        match = re.search(rb"^exit code (-?\d+)\s*$", output, re.MULTILINE)
         if not match:
-            raise RuntimeError(f"the launcher ran no program ({result.returncode}): {result.stdout!r}")
+            raise RuntimeError(f"the launcher ran no program ({launcher.returncode}): {output!r}")
         return Run(line, int(match.group(1)), self.events(start))
 
     def run(self, program, *arguments, timeout=60):
@@ -245,11 +249,8 @@ class Prefix:
     def start_in_background(self, program, *arguments, extra=None):
         """Starts a program through the launcher, `extra` added to its
         environment; stop() ends it with the prefix, then wait() for it."""
-        env = self.environment(EVENT_TRACE, dict(extra or {}, HF_LAUNCH_COMMAND_LINE=command_line(program,
-                                                                                                  *arguments)))
-        with open(self.trace_path, "ab") as trace:
-            return subprocess.Popen(["wine", self.launcher], env=env, stdin=subprocess.DEVNULL,
-                                    stdout=subprocess.DEVNULL, stderr=trace, start_new_session=True)
+        return self.launch(self.launcher, extra=dict(extra or {}, HF_LAUNCH_COMMAND_LINE=command_line(
+            program, *arguments)), stdout=subprocess.DEVNULL, start_new_session=True)
 
     def give_user_a_hot_folder(self):
         """The user's hot folder Invoices (input C:\\In, outside the root, output
@@ -314,8 +315,8 @@ class Prefix:
             raise TimeoutError(f"the events never came; reported so far: {events}")
         return events
 
-    def since(self, start, event_id):  # the strings of the events `event_id` reported after `start`
-        return [e.strings for e in self.events(start) if e.event_id == event_id]
+    def since(self, start, *event_ids):  # the strings of the events of these ids reported after `start`
+        return [e.strings for e in self.events(start) if e.event_id in event_ids]
 
 
 def has_event(event_id, strings=None):

@@ -12,8 +12,8 @@ import threading
 import time
 import unittest
 
-from winetest import (CATEGORY_SERVICE, ERROR, EVENT_TRACE, INFORMATION, SETTLE_SECONDS, SUCCESS, PrefixStory,
-                      build_file, has_event, windows_path)
+from winetest import (CATEGORY_SERVICE, ERROR, INFORMATION, SETTLE_SECONDS, SUCCESS, PrefixStory, build_file,
+                      has_event, windows_path)
 
 CMD_PAUSE, CMD_RUN, CMD_STOP, CMD_CONNECT = 0x8000, 0x8001, 0x8002, 0x8003
 HOST = build_file("tests", "wine", "supervisor", "SupervisorHost.exe")
@@ -28,10 +28,7 @@ class SupervisorUnderWine(PrefixStory):
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
-        with open(cls.prefix.trace_path, "ab") as trace:
-            cls.host = subprocess.Popen(["wine", str(HOST)], env=cls.prefix.environment(EVENT_TRACE),
-                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=trace,
-                                        start_new_session=True)
+        cls.host = cls.prefix.launch(str(HOST), stdin=subprocess.PIPE, stdout=subprocess.PIPE, start_new_session=True)
         cls.answers = queue.Queue()
         threading.Thread(target=lambda: [cls.answers.put(line.decode("utf-8", "replace").strip())
                                          for line in cls.host.stdout], daemon=True).start()

@@ -5,7 +5,6 @@ and what it makes of changes Linux processes make in drive C while it runs.
 Wine lays a read's change records end to end, mostly off a 4-byte boundary.
 Input folders made before the watcher starts lie outside the root (a recursive
 watch under Wine misses folders older than itself)."""
-import contextlib
 import getpass
 import os
 import random
@@ -37,6 +36,7 @@ class WatcherRuns(PrefixStory):
             ini, text = cls.make_hot_folder(name, folder)
             ini.write_bytes(text)
         cls.input, cls.output = cls.prefix.give_user_a_hot_folder()
+        cls.root = rf"C:\users\{getpass.getuser()}\AppData\Local\Tarnwick Hot Folders"
         cls.watcher = cls.prefix.start_watcher(plug_in="-lifetime:280000")
 
     @classmethod
@@ -112,23 +112,19 @@ class WatcherRuns(PrefixStory):
         """Writes a file into a folder just made below the root, again until the
         watcher reports it: Wine watches the folder only once its server has
         seen it made, and a write in the instant before gives no record."""
-        root = rf"C:\users\{getpass.getuser()}\AppData\Local\Tarnwick Hot Folders"
         name = str(path.relative_to(self.prefix.root())).replace("/", "\\")
-        deadline = time.monotonic() + 30
-        while time.monotonic() < deadline:
+
+        def written_and_reported():
             start = self.prefix.trace_size()
             path.write_bytes(data)
-            with contextlib.suppress(TimeoutError):
-                self.prefix.wait_for_events(lambda events: any(
-                    e.event_id in (38, 42) and e.strings == [root, name] for e in events), timeout=0.5, start=start)
-                return root
-        self.fail(f"no change of {name} was reported")
+            return poll(lambda: [self.root, name] in self.prefix.since(start, 38, 42), bool, 0.5)
+        self.assertTrue(poll(written_and_reported, bool, 30, interval=0), f"no change of {name} was reported")
 
     def test_4_a_hot_folder_made_while_running_takes_files_from_its_input_folder_made_afterwards(self):
         self.write_until_reported(*self.make_hot_folder("Delta", r".\In"))
         (self.prefix.root() / "Delta" / "In").mkdir()
-        input_folder = self.write_until_reported(self.prefix.root() / "Delta" / "In" / "x.pdf",
-                                                 b"%PDF-1.4 new hot folder") + r"\Delta\In"
+        self.write_until_reported(self.prefix.root() / "Delta" / "In" / "x.pdf", b"%PDF-1.4 new hot folder")
+        input_folder = self.root + r"\Delta\In"
         self.assertEqual(self.wait_for_jobs(input_folder, 1), [(input_folder + r"\x.pdf", r"C:\Scripts\delta.py")])
 
     def test_5_a_hot_folder_removed_while_running_ends_the_watch_of_its_input_folder(self):
@@ -137,7 +133,7 @@ class WatcherRuns(PrefixStory):
         input_folder = self.prefix.path / "drive_c" / "Epsilon"
         input_folder.mkdir()
         ini, text = self.make_hot_folder("Epsilon", r"C:\Epsilon")
-        root = self.write_until_reported(ini, text)
+        self.write_until_reported(ini, text)
         # Its watch begins once the watcher has read the Desktop.ini, which may
         # be after the report of its change: a file written before goes unseen.
         written = []
@@ -150,7 +146,7 @@ class WatcherRuns(PrefixStory):
 
         start = self.prefix.trace_size()
         ini.unlink()
-        self.prefix.wait_for_events(has_event(39, [root, r"Epsilon\Desktop.ini"]), start=start)
+        self.prefix.wait_for_events(has_event(39, [self.root, r"Epsilon\Desktop.ini"]), start=start)
         left = poll(lambda: sorted(os.listdir(input_folder)), lambda names: names == written, 5)
         self.assertEqual(left, written, "the wake-up file deleted itself on close")
         (input_folder / "z.pdf").write_bytes(b"%PDF-1.4 after")

@@ -8,12 +8,17 @@ would hold the test's output pipes, which CTest then waits on for ever.
 
     winetest.py template DIR                  make the template prefix unless it exists
     winetest.py ready PREFIX --template DIR   clone, start and boot a prefix unless it is running
+    winetest.py run PREFIX --template DIR [NAME=VALUE...] PROGRAM [ARGUMENT...]
+                                              ready, then run PROGRAM there, NAME=VALUE added to its
+                                              environment (CTest's emulator for the GoogleTest suites;
+                                              HF_WINEDEBUG sets its WINEDEBUG)
     winetest.py stop PREFIX...                stop the Wine servers of these prefixes
 """
 import collections
 import contextlib
 import fcntl
 import getpass
+import itertools
 import os
 import re
 import shutil
@@ -257,9 +262,8 @@ class Prefix:
         C:\\Out), made before any watcher starts; starts the prefix and names the
         test plug-in as Acrobat. Returns the Unix paths of C:\\In and C:\\Out."""
         drive_c = self.path / "drive_c"
-        (drive_c / "In").mkdir()
-        (drive_c / "Out").mkdir()
-        (self.root() / "Invoices").mkdir(parents=True)
+        for folder in (drive_c / "In", drive_c / "Out", self.root() / "Invoices"):
+            folder.mkdir(parents=True)
         (self.root() / "Invoices" / "Desktop.ini").write_bytes(
             b"[.ShellClassInfo]\r\n" + desktop_ini(r"C:\In", r"C:\Out", r"C:\Scripts\stamp.py"))
         self.start()
@@ -355,12 +359,17 @@ class PrefixStory(unittest.TestCase):
 def main(command, path, *rest):
     if command == "template":
         make_template(path)
-    elif command == "ready":  # the GoogleTest suites' prefix: made on first use, kept between runs
+    elif command in ("ready", "run"):  # the GoogleTest suites' prefix: made on first use, kept between runs
         path = Path(path).resolve()
         with locked(path):
             if not (path / "system.reg").exists():
                 clone_prefix(rest[rest.index("--template") + 1], path)
             start_server(path)
+        if command == "run":
+            settings = list(itertools.takewhile(lambda argument: "=" in argument, rest[2:]))
+            env = wine_environment(path, os.environ.get("HF_WINEDEBUG", "-all"),
+                                   dict(setting.split("=", 1) for setting in settings))
+            os.execvpe("wine", ["wine", *rest[2 + len(settings):]], env)
     else:
         for prefix in (path, *rest):
             stop_server(Path(prefix))

@@ -21,17 +21,15 @@ ACTION_ENDED = re.compile(r"^Action ended [\d:]+: (\w+)\. Return value \d+\.", r
 class MsiStory(PrefixStory):
     prefix_name = "msi"
 
-    def msiexec(self, action, msi, log_name, debug="-all"):
-        """`msiexec ACTION MSI /qn` with a verbose log: its exit code, log and Wine's trace of `debug`."""
+    def msiexec(self, action, msi, log_name, debug="-all", succeeds=True):
+        """`msiexec ACTION MSI /qn` with a verbose log, which must exit 0 if it `succeeds`: its exit code,
+        log and Wine's trace of `debug`."""
         result = self.prefix.wine("msiexec", action, windows_path(msi), "/qn", "/l*v", "C:\\" + log_name,
                                   timeout=180, check=False, debug=debug)
         log = (self.prefix.path / "drive_c" / log_name).read_text(errors="replace")
+        if succeeds:
+            self.assertEqual(result.returncode, 0, log[-3000:])
         return result.returncode, log, result.stderr.decode("utf-8", "replace")
-
-    def install(self, msi=MSI, debug="-all"):
-        code, log, trace = self.msiexec("/i", msi, f"install-{msi.stem}.log", debug)
-        self.assertEqual(code, 0, log[-3000:])
-        return trace
 
     def control(self, *arguments, input=None):
         return self.prefix.control(*arguments, tool=INSTALL_FOLDER + r"\HotFolderControl.exe", input=input)
@@ -66,14 +64,14 @@ class MsiStory(PrefixStory):
         # box. The quiet install must not wait on it: it fails, and the log
         # names the step.
         prefix.wine("sc", "create", "Squatter", "displayname=", SERVICE, "binpath=", r"C:\windows\notepad.exe")
-        code, log, _ = self.msiexec("/i", MSI, "refused.log")
+        code, log, _ = self.msiexec("/i", MSI, "refused.log", succeeds=False)
         self.assertNotEqual(code, 0)
         ended = ACTION_ENDED.findall(log)
         failed = [name for name, after in zip(ended, ended[1:]) if after == "InstallFinalize"]
         self.assertEqual(failed, ["RegisterHotFolderService"], log[-3000:])
         prefix.wine("sc", "delete", "Squatter")
 
-        self.install()
+        self.msiexec("/i", MSI, "install.log")
         self.assertInstalled()
         self.assertEqual(registration(prefix, EXECUTABLE), service_registration(EXECUTABLE))
         self.install_user()
@@ -81,7 +79,7 @@ class MsiStory(PrefixStory):
 
     def test_2_a_newer_msi_replaces_the_product_and_keeps_the_users(self):
         before, older = self.prefix.reg_tree(USERS_KEY), self.products()
-        trace = self.install(NEXT_MSI, debug="+msi")
+        trace = self.msiexec("/i", NEXT_MSI, "upgrade.log", debug="+msi")[2]
         self.assertEqual(len(self.products()), 1, "the newer product replaced the older")
         self.assertNotEqual(self.products(), older)
         services = self.prefix.reg_tree(r"HKLM\SYSTEM\CurrentControlSet\Services") or {}
@@ -107,8 +105,7 @@ class MsiStory(PrefixStory):
         # The copy of the type library that only Wine needs is the test's own.
         self.prefix.wine("reg", "delete", r"HKCR\TypeLib" "\\" + LIBID + r"\1.0\0", "/f")
 
-        code, log, _ = self.msiexec("/x", NEXT_MSI, "remove.log")
-        self.assertEqual(code, 0, log[-3000:])
+        self.msiexec("/x", NEXT_MSI, "remove.log")
         self.assertEqual(self.installed_files(), [])
         self.assertEqual({key: tree for key, tree in registration(self.prefix, EXECUTABLE).items() if tree}, {})
         self.assertIsNone(self.prefix.reg_tree(USERS_KEY))

@@ -12,7 +12,7 @@ import subprocess
 import time
 import unittest
 
-from winetest import ERROR, SETTLE_SECONDS, Prefix, PrefixStory, desktop_ini, has_event, poll
+from winetest import CATEGORY_USER, ERROR, SETTLE_SECONDS, Prefix, PrefixStory, desktop_ini, has_event, poll
 
 BURST_FILES = 1000
 # The settle time, the test plug-in's start (a retry after 2 s) and some slack.
@@ -27,8 +27,8 @@ class WatcherRuns(PrefixStory):
         cls.prefix = Prefix.for_test(cls.prefix_name)
         drive_c = cls.prefix.path / "drive_c"
         cls.shared, cls.renames = drive_c / "Shared", drive_c / "Renames"
-        cls.shared.mkdir()
-        cls.renames.mkdir()
+        for folder in (cls.shared, cls.renames):
+            folder.mkdir()
         # A user's file that lay in the folder before the watcher started.
         (cls.renames / "a.txt").write_bytes(b"renamed while the watcher runs")
         # Alpha and Beta take one input folder; Desktop.ini path order puts Alpha first.
@@ -63,7 +63,7 @@ class WatcherRuns(PrefixStory):
         # Started by hand with no service registered: the announcement fails,
         # and the watcher stays stopped until a control client says run.
         announced = [e for e in self.prefix.events() if e.event_id == 52]
-        self.assertEqual([(e.type, e.category) for e in announced], [(ERROR, 2)])
+        self.assertEqual([(e.type, e.category) for e in announced], [(ERROR, CATEGORY_USER)])
         self.assertRegex(announced[0].strings[0], r"^0x8[0-9a-f]{7}$")
 
         self.assertEqual(self.prefix.control("run")[0], 0)

@@ -6,6 +6,7 @@
 #include <windows.h>
 
 #include <oleauto.h>
+#include <wrl/client.h>
 
 #include "Catalogue.h"
 #include "WideText.h"
@@ -83,7 +84,7 @@ std::wstring HelpString(Documented* documented, Index index)
 
 TEST(TypeLibrary, HotFolderLibDescribesFolderServiceAsTheContractSays)
 {
-    ITypeLib* library = nullptr;
+    Microsoft::WRL::ComPtr<ITypeLib> library;
     ASSERT_EQ(LoadTypeLibEx(WindowsPathFromEnvironment("HF_EXECUTABLE").c_str(), REGKIND_NONE, &library), S_OK);
     TLIBATTR* attributes = nullptr;
     ASSERT_EQ(library->GetLibAttr(&attributes), S_OK);
@@ -92,11 +93,11 @@ TEST(TypeLibrary, HotFolderLibDescribesFolderServiceAsTheContractSays)
         std::make_tuple(attributes->lcid, attributes->syskind, attributes->wMajorVerNum, attributes->wMinorVerNum),
         std::make_tuple(0x409u, SYS_WIN32, 1, 0));
     library->ReleaseTLibAttr(attributes);
-    EXPECT_EQ(HelpString(library, -1), L"TarnwickHotFolder 1.0 Type Library");
+    EXPECT_EQ(HelpString(library.Get(), -1), L"TarnwickHotFolder 1.0 Type Library");
     EXPECT_EQ(library->GetTypeInfoCount(), 2u);
 
     // The class: creatable, with the interface as its one, default, interface.
-    ITypeInfo* coclass = nullptr;
+    Microsoft::WRL::ComPtr<ITypeInfo> coclass;
     ASSERT_EQ(library->GetTypeInfoOfGuid(kClsid, &coclass), S_OK);
     TYPEATTR* type = nullptr;
     ASSERT_EQ(coclass->GetTypeAttr(&type), S_OK);
@@ -106,17 +107,15 @@ TEST(TypeLibrary, HotFolderLibDescribesFolderServiceAsTheContractSays)
     INT implementationFlags = 0;
     EXPECT_EQ(coclass->GetImplTypeFlags(0, &implementationFlags), S_OK);
     EXPECT_TRUE(implementationFlags & IMPLTYPEFLAG_FDEFAULT);
-    coclass->Release();
 
     // The interface's vtable view of the dual interface: seven slots of
     // IUnknown and IDispatch, then the four methods, each a DISPID in slot order.
-    ITypeInfo* dispatchView = nullptr;
-    ITypeInfo* vtableView = nullptr;
+    Microsoft::WRL::ComPtr<ITypeInfo> dispatchView, vtableView;
     HREFTYPE vtableReference = 0;
     ASSERT_EQ(library->GetTypeInfoOfGuid(kIid, &dispatchView), S_OK);
     ASSERT_EQ(dispatchView->GetRefTypeOfImplType(-1, &vtableReference), S_OK);
     ASSERT_EQ(dispatchView->GetRefTypeInfo(vtableReference, &vtableView), S_OK);
-    EXPECT_EQ(HelpString(vtableView, MEMBERID_NIL), L"IFolderService Interface");
+    EXPECT_EQ(HelpString(vtableView.Get(), MEMBERID_NIL), L"IFolderService Interface");
     ASSERT_EQ(vtableView->GetTypeAttr(&type), S_OK);
     ASSERT_EQ(type->cFuncs, 4);
     WORD const flags = TYPEFLAG_FDUAL | TYPEFLAG_FNONEXTENSIBLE | TYPEFLAG_FOLEAUTOMATION;
@@ -137,7 +136,7 @@ TEST(TypeLibrary, HotFolderLibDescribesFolderServiceAsTheContractSays)
         EXPECT_EQ(
             Method(std::vector<std::wstring>(names, names + count), function->memid, function->oVft / sizeof(void*)),
             expected[i]);
-        EXPECT_EQ(HelpString(vtableView, function->memid), L"method " + std::get<0>(expected[i])[0]);
+        EXPECT_EQ(HelpString(vtableView.Get(), function->memid), L"method " + std::get<0>(expected[i])[0]);
         EXPECT_EQ(std::make_pair(function->callconv, function->elemdescFunc.tdesc.vt),
                   std::make_pair(CC_STDCALL, VARTYPE{VT_HRESULT}));
         for (UINT n = 0; n < count; ++n) {
@@ -145,9 +144,6 @@ TEST(TypeLibrary, HotFolderLibDescribesFolderServiceAsTheContractSays)
         }
         vtableView->ReleaseFuncDesc(function);
     }
-    vtableView->Release();
-    dispatchView->Release();
-    library->Release();
 }
 
 }  // namespace

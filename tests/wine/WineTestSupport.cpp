@@ -8,12 +8,9 @@ namespace hf::test {
 
 std::wstring WindowsPathFromEnvironment(char const* variable)
 {
-    char const* unixPath = std::getenv(variable);
-    if (unixPath == nullptr) {
-        return {};
-    }
-    std::wstring path = L"Z:";
-    for (char const* c = unixPath; *c != 0; ++c) {
+    char const* const unixPath = std::getenv(variable);
+    std::wstring path = unixPath ? L"Z:" : L"";
+    for (char const* c = unixPath; c && *c != 0; ++c) {
         path += *c == '/' ? L'\\' : static_cast<wchar_t>(static_cast<unsigned char>(*c));
     }
     return path;

@@ -8,9 +8,10 @@ APPID = "{C04A1F20-6D3A-4888-9FEE-A82D8DA28254}"
 CLSID = "{B1E2C7AA-DF7A-4F02-AD05-C3F27A97D15B}"
 LIBID = "{524F5CA9-889F-479E-9DCC-E15F61C695AC}"
 IID = "{4D84CADB-50A1-44A9-8D74-E31D15EB6A8A}"
-TYPE_LIBRARY_NAME = "TarnwickHotFolder 1.0 Type Library"
 UNIVERSAL_MARSHALER = "{00020424-0000-0000-C000-000000000046}"
 EVENT_SOURCE = r"HKLM\SYSTEM\CurrentControlSet\Services\Eventlog\Application" "\\" + SERVICE
+SERVICE_KEY = r"HKLM\SYSTEM\CurrentControlSet\Services" "\\" + SERVICE
+SERVICE_RUNNING, SERVICE_STOPPED = "4", "1"
 
 # The AccessPermission security descriptor, byte for byte.
 ACCESS_PERMISSION = bytes.fromhex(
@@ -24,34 +25,26 @@ def sz(text):
     return ("REG_SZ", text)
 
 
-def tables(executable):
-    """The two tables as `Prefix.reg_tree` gives them, by key below the classes root."""
+def tables(executable, service=False, local_service=True):
+    """The two tables as `Prefix.reg_tree` gives them, by key below the classes
+    root; after "Service" the AppID key also holds the module's own values
+    (LocalService unless -RegServer took it away)."""
+    name, prog_id = sz("FolderService Class"), sz("Tarnwick.FolderService.1")
+    appid = {"": sz("TarnwickHotFolder")}
+    if service:
+        appid.update({"LocalService": sz(SERVICE)} if local_service else {},
+                     AccessPermission=("REG_BINARY", ACCESS_PERMISSION.hex().upper()))
     return {
-        "AppID\\" + APPID: {"": {"": sz("TarnwickHotFolder")}},
+        "AppID\\" + APPID: {"": appid},
         r"AppID\TarnwickHotFolder.EXE": {"": {"AppID": sz(APPID)}},
-        "Tarnwick.FolderService.1": {"": {"": sz("FolderService Class")}, "CLSID": {"": sz(CLSID)}},
-        "Tarnwick.FolderService": {
-            "": {"": sz("FolderService Class")},
-            "CLSID": {"": sz(CLSID)},
-            "CurVer": {"": sz("Tarnwick.FolderService.1")},
-        },
+        "Tarnwick.FolderService.1": {"": {"": name}, "CLSID": {"": sz(CLSID)}},
+        "Tarnwick.FolderService": {"": {"": name}, "CLSID": {"": sz(CLSID)}, "CurVer": {"": prog_id}},
         "CLSID\\" + CLSID: {
-            "": {"": sz("FolderService Class"), "AppID": sz(APPID)},
-            "ProgID": {"": sz("Tarnwick.FolderService.1")},
-            "VersionIndependentProgID": {"": sz("Tarnwick.FolderService")},
-            "Programmable": {},
-            "LocalServer32": {"": sz(f'"{executable}"')},
-            "TypeLib": {"": sz(LIBID)},
+            "": {"": name, "AppID": sz(APPID)}, "ProgID": {"": prog_id},
+            "VersionIndependentProgID": {"": sz("Tarnwick.FolderService")}, "Programmable": {},
+            "LocalServer32": {"": sz(f'"{executable}"')}, "TypeLib": {"": sz(LIBID)},
         },
     }
-
-
-def service_tables(executable):
-    """The tables after "Service": the AppID key also holds the module's own values."""
-    expected = tables(executable)
-    expected["AppID\\" + APPID][""].update(
-        {"LocalService": sz(SERVICE), "AccessPermission": ("REG_BINARY", ACCESS_PERMISSION.hex().upper())})
-    return expected
 
 
 def event_source(executable):
@@ -59,13 +52,8 @@ def event_source(executable):
                  "CategoryMessageFile": sz(executable), "CategoryCount": ("REG_DWORD", "0x3")}}
 
 
-def service_configuration(executable):
-    return {"type": "16", "start": "2", "error": "1", "path": f'"{executable}"', "dependency": "RPCSS",
-            "account": "LocalSystem", "display": SERVICE}
-
-
-def installed_service(prefix):
-    """The service's configuration and state as the service control manager
+def installed_service(prefix, state=False):
+    """The service's configuration (and `state`) as the service control manager
     reports them (hf_service_config.exe); None when it is not installed."""
     result = prefix.wine(str(build_file("tests", "wine", "e2e", "hf_service_config.exe")), SERVICE, check=False)
     if result.returncode != 0:
@@ -74,24 +62,33 @@ def installed_service(prefix):
     if "dependency" not in configuration:
         # Wine's QueryServiceConfigW reports no dependencies; its service
         # manager keeps them where Windows does, in the service's key.
-        key = prefix.reg_tree(r"HKLM\SYSTEM\CurrentControlSet\Services" "\\" + SERVICE)
-        kind, names = key[""].get("DependOnService", (None, ""))
+        kind, names = prefix.reg_tree(SERVICE_KEY)[""].get("DependOnService", (None, ""))
         if kind == "REG_MULTI_SZ" and names:
             configuration["dependency"] = names
-    return configuration
+    return configuration["state"] if state else {k: v for k, v in configuration.items() if k != "state"}
 
 
-def registered_type_library(prefix, classes_root):
-    library = prefix.reg_tree(classes_root + r"\TypeLib" "\\" + LIBID)
-    interface = prefix.reg_tree(classes_root + r"\Interface" "\\" + IID)
-    if library is None:
-        return None
-    return {
-        "name": library.get("1.0", {}).get(""),
-        "file": library.get(r"1.0\409\win32", {}).get(""),
-        "marshaler": (interface or {}).get("ProxyStubClsid32", {}).get(""),
-        "library": (interface or {}).get("TypeLib", {}),
-    }
+def registered_type_library(prefix, classes_root):  # None when neither its key nor its interface's is there
+    library = prefix.reg_tree(classes_root + r"\TypeLib" "\\" + LIBID) or {}
+    interface = prefix.reg_tree(classes_root + r"\Interface" "\\" + IID) or {}
+    return (library or interface or None) and {
+        "name": library.get("1.0", {}).get(""), "file": library.get(r"1.0\409\win32", {}).get(""),
+        "marshaler": interface.get("ProxyStubClsid32", {}).get(""), "library": interface.get("TypeLib", {})}
+
+
+def registration(prefix, executable):
+    """Everything "-Service" writes, as the prefix holds it (the service's state aside)."""
+    snapshot = {key: prefix.reg_tree("HKCR\\" + key) for key in tables(executable)}
+    return dict(snapshot, events=prefix.reg_tree(EVENT_SOURCE), library=registered_type_library(prefix, "HKCR"),
+                service=installed_service(prefix))
+
+
+def service_registration(executable):  # what registration() gives after "Service"
+    return dict(tables(executable, service=True), events=event_source(executable), service={
+        "type": "16", "start": "2", "error": "1", "path": f'"{executable}"', "dependency": "RPCSS",
+        "account": "LocalSystem", "display": SERVICE}, library={
+        "name": sz("TarnwickHotFolder 1.0 Type Library"), "file": sz(executable), "marshaler": sz(UNIVERSAL_MARSHALER),
+        "library": {"": sz(LIBID), "Version": sz("1.0")}})
 
 
 def serve_type_library_to_wine(prefix):

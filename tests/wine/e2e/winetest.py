@@ -8,12 +8,17 @@ would hold the test's output pipes, which CTest then waits on for ever.
 
     winetest.py template DIR                  make the template prefix unless it exists
     winetest.py ready PREFIX --template DIR   clone, start and boot a prefix unless it is running
+    winetest.py run PREFIX --template DIR [NAME=VALUE...] PROGRAM [ARGUMENT...]
+                                              ready, then run PROGRAM there, NAME=VALUE added to its
+                                              environment (CTest's emulator for the GoogleTest suites;
+                                              HF_WINEDEBUG sets its WINEDEBUG)
     winetest.py stop PREFIX...                stop the Wine servers of these prefixes
 """
 import collections
 import contextlib
 import fcntl
 import getpass
+import itertools
 import os
 import re
 import shutil
@@ -30,6 +35,11 @@ TEMPLATE_MARK = ".hf-template"
 BOOTED_MARK = ".hf-booted"
 REGISTRY_ROOTS = {"HKCR": "HKEY_CLASSES_ROOT", "HKCU": "HKEY_CURRENT_USER", "HKLM": "HKEY_LOCAL_MACHINE"}
 SERVER_ALREADY_RUNNING = 2  # wineserver -p's exit code when the prefix's server runs
+SETTLE_SECONDS = 2.0  # how long a file must stay untouched before it is handed on
+SUCCESS, ERROR, INFORMATION = 0, 1, 4  # event types
+CATEGORY_SERVICE, CATEGORY_USER = 1, 2
+USERS_KEY = r"HKLM\SOFTWARE\Orvanta\Tarnwick\4\HotFolderUsers"
+USER = "OFFICE\\clerk"
 
 
 def wine_environment(prefix, debug="-all", extra=None):  # no display, Mono or Gecko; UTF-8
@@ -93,10 +103,17 @@ def start_server(path, timeout=120):
 def stop_server(path, timeout=60):  # and everything running in the prefix
     path = Path(path)
     if path.exists():
-        env = wine_environment(path)
-        run_detached(["wineserver", "-k"], env, timeout)
-        run_detached(["wineserver", "-w"], env, timeout)
+        for option in ("-k", "-w"):
+            run_detached(["wineserver", option], wine_environment(path), timeout)
         (path / BOOTED_MARK).unlink(missing_ok=True)
+
+
+def poll(read, done, timeout, interval=0.1):
+    """read() again until done(what it read) or `timeout` s have passed; the last read."""
+    deadline = time.monotonic() + timeout
+    while not done(value := read()) and time.monotonic() < deadline:
+        time.sleep(interval)
+    return value
 
 
 def windows_path(unix_path):  # through Wine's Z: drive, which maps the Unix root
@@ -175,11 +192,12 @@ class Prefix:
     def environment(self, debug="-all", extra=None):
         return wine_environment(self.path, debug, extra)
 
-    def wine(self, *arguments, timeout=60, check=True, input=None):
+    def wine(self, *arguments, timeout=60, check=True, input=None, debug="-all"):
         """Runs `wine ARGUMENTS...`; its output is decoded from code page 437,
         the OEM code page of the en-US locale that C.UTF-8 gives."""
-        result = subprocess.run(["wine", *arguments], env=self.environment(), capture_output=True, timeout=timeout,
-                                check=False, **({"input": input} if input is not None else {"stdin": subprocess.DEVNULL}))
+        result = subprocess.run(["wine", *arguments], env=self.environment(debug), capture_output=True,
+                                timeout=timeout, check=False,
+                                **({"input": input} if input is not None else {"stdin": subprocess.DEVNULL}))
         result.stdout = result.stdout.decode("cp437")
         if check and result.returncode != 0:
             raise RuntimeError(f"wine {' '.join(arguments)} exited with {result.returncode}: {result.stderr!r}")
@@ -213,17 +231,21 @@ class Prefix:
             values["" if name == "(Default)" else name] = (kind, data or "")
         return tree
 
+    def launch(self, program, *arguments, extra=None, **options):
+        """Starts `program` in the prefix, tracing the events to the trace file, `extra` added to its environment."""
+        with open(self.trace_path, "ab") as trace:
+            return subprocess.Popen(["wine", program, *arguments], env=self.environment(EVENT_TRACE, extra),
+                                    stdin=options.pop("stdin", subprocess.DEVNULL), stderr=trace, **options)
+
     def run_command_line(self, line, timeout=60):
         """Runs a raw command line through the build's launcher (exactly as
         given, with its 32-bit exit code); returns it with the events reported meanwhile."""
         start = self.trace_size()
-        with open(self.trace_path, "ab") as trace:
-            result = subprocess.run(["wine", self.launcher], env=self.environment(EVENT_TRACE, {
-                "HF_LAUNCH_COMMAND_LINE": line}), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=trace,
-                timeout=timeout, check=False)
-        match = re.search(rb"^exit code (-?\d+)\s*$", result.stdout, re.MULTILINE)
+        launcher = self.launch(self.launcher, extra={"HF_LAUNCH_COMMAND_LINE": line}, stdout=subprocess.PIPE)
+        output = launcher.communicate(timeout=timeout)[0]
+        match = re.search(rb"^exit code (-?\d+)\s*$", output, re.MULTILINE)
         if not match:
-            raise RuntimeError(f"the launcher ran no program ({result.returncode}): {result.stdout!r}")
+            raise RuntimeError(f"the launcher ran no program ({launcher.returncode}): {output!r}")
         return Run(line, int(match.group(1)), self.events(start))
 
     def run(self, program, *arguments, timeout=60):
@@ -232,20 +254,16 @@ class Prefix:
     def start_in_background(self, program, *arguments, extra=None):
         """Starts a program through the launcher, `extra` added to its
         environment; stop() ends it with the prefix, then wait() for it."""
-        env = self.environment(EVENT_TRACE, dict(extra or {}, HF_LAUNCH_COMMAND_LINE=command_line(program,
-                                                                                                  *arguments)))
-        with open(self.trace_path, "ab") as trace:
-            return subprocess.Popen(["wine", self.launcher], env=env, stdin=subprocess.DEVNULL,
-                                    stdout=subprocess.DEVNULL, stderr=trace, start_new_session=True)
+        return self.launch(self.launcher, extra=dict(extra or {}, HF_LAUNCH_COMMAND_LINE=command_line(
+            program, *arguments)), stdout=subprocess.DEVNULL, start_new_session=True)
 
     def give_user_a_hot_folder(self):
         """The user's hot folder Invoices (input C:\\In, outside the root, output
         C:\\Out), made before any watcher starts; starts the prefix and names the
         test plug-in as Acrobat. Returns the Unix paths of C:\\In and C:\\Out."""
         drive_c = self.path / "drive_c"
-        (drive_c / "In").mkdir()
-        (drive_c / "Out").mkdir()
-        (self.root() / "Invoices").mkdir(parents=True)
+        for folder in (drive_c / "In", drive_c / "Out", self.root() / "Invoices"):
+            folder.mkdir(parents=True)
         (self.root() / "Invoices" / "Desktop.ini").write_bytes(
             b"[.ShellClassInfo]\r\n" + desktop_ini(r"C:\In", r"C:\Out", r"C:\Scripts\stamp.py"))
         self.start()
@@ -282,11 +300,8 @@ class Prefix:
     def jobs(self):  # [number, input, script, output folder, reply, outcome, received]
         return self.journal("job")
 
-    def wait_for_jobs(self, count, timeout=30):
-        deadline = time.monotonic() + timeout
-        while len(self.jobs()) < count and time.monotonic() < deadline:
-            time.sleep(0.05)
-        return self.jobs()
+    def wait_for_jobs(self, count, timeout=30):  # the jobs once there are `count`, or after `timeout` s
+        return poll(self.jobs, lambda jobs: len(jobs) >= count, timeout, 0.05)
 
     def trace_size(self):
         return self.trace_path.stat().st_size if self.trace_path.exists() else 0
@@ -299,12 +314,13 @@ class Prefix:
             return parse_events(trace.read().decode("utf-8", "replace"))
 
     def wait_for_events(self, predicate, timeout=30, start=0):  # until predicate(events so far) holds
-        deadline = time.monotonic() + timeout
-        while not predicate(events := self.events(start)):
-            if time.monotonic() > deadline:
-                raise TimeoutError(f"the events never came; reported so far: {events}")
-            time.sleep(0.1)
+        events = poll(lambda: self.events(start), predicate, timeout)
+        if not predicate(events):
+            raise TimeoutError(f"the events never came; reported so far: {events}")
         return events
+
+    def since(self, start, *event_ids):  # the strings of the events of these ids reported after `start`
+        return [e.strings for e in self.events(start) if e.event_id in event_ids]
 
 
 def has_event(event_id, strings=None):
@@ -343,12 +359,17 @@ class PrefixStory(unittest.TestCase):
 def main(command, path, *rest):
     if command == "template":
         make_template(path)
-    elif command == "ready":  # the GoogleTest suites' prefix: made on first use, kept between runs
+    elif command in ("ready", "run"):  # the GoogleTest suites' prefix: made on first use, kept between runs
         path = Path(path).resolve()
         with locked(path):
             if not (path / "system.reg").exists():
                 clone_prefix(rest[rest.index("--template") + 1], path)
             start_server(path)
+        if command == "run":
+            settings = list(itertools.takewhile(lambda argument: "=" in argument, rest[2:]))
+            env = wine_environment(path, os.environ.get("HF_WINEDEBUG", "-all"),
+                                   dict(setting.split("=", 1) for setting in settings))
+            os.execvpe("wine", ["wine", *rest[2 + len(settings):]], env)
     else:
         for prefix in (path, *rest):
             stop_server(Path(prefix))

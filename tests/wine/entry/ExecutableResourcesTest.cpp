@@ -1,7 +1,12 @@
 // The resources linked into TarnwickHotFolder.exe, read back by Windows
-// itself: the message table the event viewer renders reports with, and the
-// string that names the service and the event source.
+// itself: the message table the event viewer renders reports with, the
+// string that names the service and the event source, and the type library
+// against the contract of HotFolderLib (identity, locale, help strings, and
+// IFolderService's slots and DISPIDs).
 #include <windows.h>
+
+#include <oleauto.h>
+#include <wrl/client.h>
 
 #include "Catalogue.h"
 #include "WideText.h"
@@ -10,6 +15,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
+#include <vector>
 
 namespace hf::test {
 namespace {
@@ -58,6 +65,85 @@ TEST(ExecutableResources, MessageTableAndServiceNameAreAsTheViewerReadsThem)
     wchar_t name[256] = {};
     EXPECT_EQ(std::wstring(name, LoadStringW(module, 100, name, 256)), L"Tarnwick Hot Folders");
     FreeLibrary(module);
+}
+
+GUID const kLibId = {0x524F5CA9, 0x889F, 0x479E, {0x9D, 0xCC, 0xE1, 0x5F, 0x61, 0xC6, 0x95, 0xAC}};
+GUID const kClsid = {0xB1E2C7AA, 0xDF7A, 0x4F02, {0xAD, 0x05, 0xC3, 0xF2, 0x7A, 0x97, 0xD1, 0x5B}};
+GUID const kIid = {0x4D84CADB, 0x50A1, 0x44A9, {0x8D, 0x74, 0xE3, 0x1D, 0x15, 0xEB, 0x6A, 0x8A}};
+
+// The help string of a library (index -1) or of a member of a type.
+template <typename Documented, typename Index>
+std::wstring HelpString(Documented* documented, Index index)
+{
+    BSTR text = nullptr;
+    EXPECT_EQ(documented->GetDocumentation(index, nullptr, &text, nullptr, nullptr), S_OK);
+    std::wstring const result = text ? text : L"";
+    SysFreeString(text);
+    return result;
+}
+
+TEST(TypeLibrary, HotFolderLibDescribesFolderServiceAsTheContractSays)
+{
+    Microsoft::WRL::ComPtr<ITypeLib> library;
+    ASSERT_EQ(LoadTypeLibEx(WindowsPathFromEnvironment("HF_EXECUTABLE").c_str(), REGKIND_NONE, &library), S_OK);
+    TLIBATTR* attributes = nullptr;
+    ASSERT_EQ(library->GetLibAttr(&attributes), S_OK);
+    EXPECT_TRUE(IsEqualGUID(attributes->guid, kLibId));
+    EXPECT_EQ(
+        std::make_tuple(attributes->lcid, attributes->syskind, attributes->wMajorVerNum, attributes->wMinorVerNum),
+        std::make_tuple(0x409u, SYS_WIN32, 1, 0));
+    library->ReleaseTLibAttr(attributes);
+    EXPECT_EQ(HelpString(library.Get(), -1), L"TarnwickHotFolder 1.0 Type Library");
+    EXPECT_EQ(library->GetTypeInfoCount(), 2u);
+
+    // The class: creatable, with the interface as its one, default, interface.
+    Microsoft::WRL::ComPtr<ITypeInfo> coclass;
+    ASSERT_EQ(library->GetTypeInfoOfGuid(kClsid, &coclass), S_OK);
+    TYPEATTR* type = nullptr;
+    ASSERT_EQ(coclass->GetTypeAttr(&type), S_OK);
+    EXPECT_EQ(std::make_tuple(type->typekind, type->wTypeFlags & TYPEFLAG_FCANCREATE, type->cImplTypes),
+              std::make_tuple(TKIND_COCLASS, int{TYPEFLAG_FCANCREATE}, WORD{1}));
+    coclass->ReleaseTypeAttr(type);
+    INT implementationFlags = 0;
+    EXPECT_EQ(coclass->GetImplTypeFlags(0, &implementationFlags), S_OK);
+    EXPECT_TRUE(implementationFlags & IMPLTYPEFLAG_FDEFAULT);
+
+    // The interface's vtable view of the dual interface: seven slots of
+    // IUnknown and IDispatch, then the four methods, each a DISPID in slot order.
+    Microsoft::WRL::ComPtr<ITypeInfo> dispatchView, vtableView;
+    HREFTYPE vtableReference = 0;
+    ASSERT_EQ(library->GetTypeInfoOfGuid(kIid, &dispatchView), S_OK);
+    ASSERT_EQ(dispatchView->GetRefTypeOfImplType(-1, &vtableReference), S_OK);
+    ASSERT_EQ(dispatchView->GetRefTypeInfo(vtableReference, &vtableView), S_OK);
+    EXPECT_EQ(HelpString(vtableView.Get(), MEMBERID_NIL), L"IFolderService Interface");
+    ASSERT_EQ(vtableView->GetTypeAttr(&type), S_OK);
+    ASSERT_EQ(type->cFuncs, 4);
+    WORD const flags = TYPEFLAG_FDUAL | TYPEFLAG_FNONEXTENSIBLE | TYPEFLAG_FOLEAUTOMATION;
+    EXPECT_EQ(type->wTypeFlags & flags, flags);
+    vtableView->ReleaseTypeAttr(type);
+    // Each method: its names (method, then parameters), DISPID, vtable slot.
+    using Method = std::tuple<std::vector<std::wstring>, MEMBERID, std::size_t>;
+    Method const expected[] = {{{L"IsUserInstalled", L"domain_slash_name", L"is_installed"}, 1, 7},
+                               {{L"InstallUser", L"domain_slash_name", L"password"}, 2, 8},
+                               {{L"UninstallUser", L"domain_slash_name"}, 3, 9},
+                               {{L"ConnectWatcher", L"pipe_name"}, 4, 10}};
+    for (UINT i = 0; i < 4; ++i) {
+        FUNCDESC* function = nullptr;
+        ASSERT_EQ(vtableView->GetFuncDesc(i, &function), S_OK);
+        BSTR names[4] = {};
+        UINT count = 0;
+        ASSERT_EQ(vtableView->GetNames(function->memid, names, 4, &count), S_OK);
+        EXPECT_EQ(
+            Method(std::vector<std::wstring>(names, names + count), function->memid, function->oVft / sizeof(void*)),
+            expected[i]);
+        EXPECT_EQ(HelpString(vtableView.Get(), function->memid), L"method " + std::get<0>(expected[i])[0]);
+        EXPECT_EQ(std::make_pair(function->callconv, function->elemdescFunc.tdesc.vt),
+                  std::make_pair(CC_STDCALL, VARTYPE{VT_HRESULT}));
+        for (UINT n = 0; n < count; ++n) {
+            SysFreeString(names[n]);
+        }
+        vtableView->ReleaseFuncDesc(function);
+    }
 }
 
 }  // namespace

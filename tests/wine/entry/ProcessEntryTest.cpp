@@ -3,7 +3,7 @@
 // hf::sim::SplitCommandLine on one table of what Windows gives, and its module
 // path. Where Wine gives something else the check is skipped under Wine.
 #include <windows.h>
-// After windows.h, which it builds on.
+
 #include <shellapi.h>
 
 #include "WineTestSupport.h"
@@ -12,7 +12,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -26,6 +25,7 @@ struct SplitCase {
     Arguments arguments;  // as Windows splits the line
 };
 
+// Names the test of each row by its command line.
 void PrintTo(SplitCase const& c, std::ostream* out)
 {
     *out << testing::PrintToString(std::u16string(c.commandLine));
@@ -52,12 +52,9 @@ std::u16string ModulePath()
 SplitCase const kTable[] = {
     // Blanks and tabs separate; other control characters belong to the argument.
     {u"hf.exe", {u"hf.exe"}},
-    {u"hf.exe -startservice", {u"hf.exe", u"-startservice"}},
     {u"hf.exe  \t -a\t\t-b  ", {u"hf.exe", u"-a", u"-b"}},
     {u"hf.exe arg=1 three\tfour\rfour\nfour ", {u"hf.exe", u"arg=1", u"three", u"four\rfour\nfour"}},
     {u"hf.exe 'a b` c\\ $d)", {u"hf.exe", u"'a", u"b`", u"c\\", u"$d)"}},
-    {u"hf.exe %TMP% ^& a|b", {u"hf.exe", u"%TMP%", u"^&", u"a|b"}},
-    {u"hf.exe -asuser:DOMAIN\\name", {u"hf.exe", u"-asuser:DOMAIN\\name"}},
     {u"hf.exe h\u00e9 \U0001d11e", {u"hf.exe", u"h\u00e9", u"\U0001d11e"}},
     // Quotes group and vanish; an unclosed quote runs to the end.
     {u"hf.exe \"a b\" \"c\"d e\"f g\"", {u"hf.exe", u"a b", u"cd", u"ef g"}},
@@ -131,15 +128,14 @@ INSTANTIATE_TEST_SUITE_P(Table, ProgramNameEndedByAControlCharacter,
 // ERROR_INSUFFICIENT_BUFFER and terminates the cut path.
 TEST(ModulePath, ACutPathIsTerminatedAndReportedAsInsufficientBuffer)
 {
-    wchar_t small[8];
-    std::fill(std::begin(small), std::end(small), L'#');
+    std::wstring small(8, L'#');
     SetLastError(0);
-    EXPECT_EQ(GetModuleFileNameW(nullptr, small, 8), 8u);
+    EXPECT_EQ(GetModuleFileNameW(nullptr, small.data(), 8), 8u);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
     if (RunningUnderWine()) {
         GTEST_SKIP() << "Wine fills all 8 characters with the path and writes no terminator (as Windows XP did)";
     }
-    EXPECT_EQ(Utf16(std::wstring(small, 8)), ModulePath().substr(0, 7) + u'\0');
+    EXPECT_EQ(Utf16(small), ModulePath().substr(0, 7) + u'\0');
 }
 
 }  // namespace

@@ -2,64 +2,37 @@
 """The product's MSI under Wine's msiexec, run quietly as an administrator runs
 it: an install the service manager refuses, the install, an upgrade in place
 by the next version's MSI, and the removal."""
-import getpass
-import os
 import re
-import shutil
-import subprocess
-import sys
-import time
 import unittest
 
-from registration import EVENT_SOURCE, IID, LIBID, SERVICE, installed_service, serve_type_library_to_wine, tables
-from winetest import Prefix, PrefixStory, build_file, windows_path
+from registration import (LIBID, SERVICE, SERVICE_RUNNING, installed_service, registration, serve_type_library_to_wine,
+                          service_registration)
+from winetest import USER, USERS_KEY, PrefixStory, build_file, desktop_ini, windows_path
 
 MSI = build_file("installer", "TarnwickHotFolders.msi")
 NEXT_MSI = build_file("tests", "wine", "installer", "TarnwickHotFolders-next.msi")
 INSTALL_FOLDER = r"C:\Program Files\Tarnwick"
 EXECUTABLE = INSTALL_FOLDER + r"\TarnwickHotFolder.exe"
-CONTROL_TOOL = INSTALL_FOLDER + r"\HotFolderControl.exe"
 PROGRAMS = ["HotFolderControl.exe", "TarnwickHotFolder.exe"]
-USERS_KEY = r"HKLM\SOFTWARE\Orvanta\Tarnwick\4\HotFolderUsers"
-UNINSTALL_KEY = r"HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall"
-USER = "OFFICE\\clerk"
-SERVICE_RUNNING = "4"
 # The end of each action in a log: "Action ended 12:14:42: Name. Return value 1."
 ACTION_ENDED = re.compile(r"^Action ended [\d:]+: (\w+)\. Return value \d+\.", re.MULTILINE)
-
-
-def registration(prefix):
-    """Everything registration writes, as the prefix holds it (the service's state aside)."""
-    snapshot = {key: prefix.reg_tree(r"HKCR" "\\" + key) for key in tables(EXECUTABLE)}
-    snapshot["event source"] = prefix.reg_tree(EVENT_SOURCE)
-    snapshot["type library"] = prefix.reg_tree(r"HKCR\TypeLib" "\\" + LIBID)
-    snapshot["interface"] = prefix.reg_tree(r"HKCR\Interface" "\\" + IID)
-    service = installed_service(prefix)
-    snapshot["service"] = service and {k: v for k, v in service.items() if k != "state"}
-    return snapshot
 
 
 class MsiStory(PrefixStory):
     prefix_name = "msi"
 
-    def msiexec(self, action, msi, log_name, debug="-all"):
-        """`msiexec ACTION MSI /qn` with a verbose log: its exit code, log and Wine's trace of `debug`."""
-        started = time.monotonic()
-        result = subprocess.run(["wine", "msiexec", action, windows_path(msi), "/qn", "/l*v", "C:\\" + log_name],
-                                env=self.prefix.environment(debug), stdin=subprocess.DEVNULL, capture_output=True,
-                                timeout=180, check=False)
-        print(f"msiexec {action} {msi.name}: exit {result.returncode} in {time.monotonic() - started:.1f} s",
-              file=sys.stderr)
+    def msiexec(self, action, msi, log_name, debug="-all", succeeds=True):
+        """`msiexec ACTION MSI /qn` with a verbose log, which must exit 0 if it `succeeds`: its exit code,
+        log and Wine's trace of `debug`."""
+        result = self.prefix.wine("msiexec", action, windows_path(msi), "/qn", "/l*v", "C:\\" + log_name,
+                                  timeout=180, check=False, debug=debug)
         log = (self.prefix.path / "drive_c" / log_name).read_text(errors="replace")
+        if succeeds:
+            self.assertEqual(result.returncode, 0, log[-3000:])
         return result.returncode, log, result.stderr.decode("utf-8", "replace")
 
-    def install(self, msi=MSI, debug="-all"):
-        code, log, trace = self.msiexec("/i", msi, f"install-{msi.stem}.log", debug)
-        self.assertEqual(code, 0, log[-3000:])
-        return trace
-
     def control(self, *arguments, input=None):
-        return self.prefix.control(*arguments, tool=CONTROL_TOOL, input=input)
+        return self.prefix.control(*arguments, tool=INSTALL_FOLDER + r"\HotFolderControl.exe", input=input)
 
     def install_user(self):
         serve_type_library_to_wine(self.prefix)
@@ -70,9 +43,13 @@ class MsiStory(PrefixStory):
         return sorted(path.name for path in folder.iterdir()) if folder.exists() else []
 
     def products(self):
-        listing = self.prefix.reg_tree(UNINSTALL_KEY) or {}
+        listing = self.prefix.reg_tree(r"HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall") or {}
         return sorted(values["DisplayVersion"][1] for values in listing.values()
                       if values.get("DisplayName", (None, ""))[1] == SERVICE and "DisplayVersion" in values)
+
+    def assertInstalled(self):
+        self.assertEqual(self.installed_files(), PROGRAMS)
+        self.assertEqual(installed_service(self.prefix, state=True), SERVICE_RUNNING)
 
     def test_1_a_quiet_install_registers_and_starts_the_service(self):
         prefix = self.prefix
@@ -87,45 +64,28 @@ class MsiStory(PrefixStory):
         # box. The quiet install must not wait on it: it fails, and the log
         # names the step.
         prefix.wine("sc", "create", "Squatter", "displayname=", SERVICE, "binpath=", r"C:\windows\notepad.exe")
-        code, log, _ = self.msiexec("/i", MSI, "refused.log")
+        code, log, _ = self.msiexec("/i", MSI, "refused.log", succeeds=False)
         self.assertNotEqual(code, 0)
         ended = ACTION_ENDED.findall(log)
         failed = [name for name, after in zip(ended, ended[1:]) if after == "InstallFinalize"]
         self.assertEqual(failed, ["RegisterHotFolderService"], log[-3000:])
         prefix.wine("sc", "delete", "Squatter")
 
-        self.install()
-        self.assertEqual(self.installed_files(), PROGRAMS)
-        self.assertEqual(installed_service(prefix)["state"], SERVICE_RUNNING)
-        installed = registration(prefix)
-        self.assertIsNotNone(installed["service"])
-        # The same as the executable's own -Service leaves (which the registration
-        # story holds against the contract), in a prefix of its own.
-        reference = Prefix.for_test("msi_reference")
-        try:
-            folder = reference.path / "drive_c" / "Program Files" / "Tarnwick"
-            folder.mkdir(parents=True)
-            shutil.copy2(os.environ["HF_EXECUTABLE"], folder / "TarnwickHotFolder.exe")
-            reference.start()
-            self.assertEqual(reference.run(EXECUTABLE, "-Service", timeout=120).exit_code, 0)
-            self.assertEqual(installed, registration(reference))
-        finally:
-            reference.stop()
-
+        self.msiexec("/i", MSI, "install.log")
+        self.assertInstalled()
+        self.assertEqual(registration(prefix, EXECUTABLE), service_registration(EXECUTABLE))
         self.install_user()
         self.assertEqual(self.control("is-installed", USER), (0, f"{USER} is installed"))
 
     def test_2_a_newer_msi_replaces_the_product_and_keeps_the_users(self):
-        before = self.prefix.reg_tree(USERS_KEY)
-        older = self.products()
-        trace = self.install(NEXT_MSI, debug="+msi")
+        before, older = self.prefix.reg_tree(USERS_KEY), self.products()
+        trace = self.msiexec("/i", NEXT_MSI, "upgrade.log", debug="+msi")[2]
         self.assertEqual(len(self.products()), 1, "the newer product replaced the older")
         self.assertNotEqual(self.products(), older)
         services = self.prefix.reg_tree(r"HKLM\SYSTEM\CurrentControlSet\Services") or {}
         ours = [key for key, values in services.items() if "TarnwickHotFolder" in values.get("ImagePath", ("", ""))[1]]
         self.assertEqual(ours, [SERVICE])
-        self.assertEqual(installed_service(self.prefix)["state"], SERVICE_RUNNING)
-        self.assertEqual(self.installed_files(), PROGRAMS)
+        self.assertInstalled()
 
         removal = re.search(r'MsiConfigureProductExW L"\{[^"]*\}" \d+ \d+ L"([^"]*)"', trace)
         users = (self.prefix.reg_tree(USERS_KEY) or {}).get("", {})
@@ -138,19 +98,16 @@ class MsiStory(PrefixStory):
 
     def test_3_removal_leaves_nothing_but_the_users_hot_folders(self):
         self.install_user()  # again: under Wine the upgrade took the users with it
-        hot_folder = self.prefix.path / "drive_c" / "users" / getpass.getuser() / "AppData" / "Local" / \
-            "Tarnwick Hot Folders" / "Invoices"
+        hot_folder = self.prefix.root() / "Invoices"
         hot_folder.mkdir(parents=True)
-        (hot_folder / "Desktop.ini").write_bytes(b"[Tarnwick]\r\nInputFolder=C:\\In\r\n")
+        (hot_folder / "Desktop.ini").write_bytes(desktop_ini(r"C:\In", r"C:\Out", r"C:\Scripts\stamp.py"))
         (hot_folder / "kept.pdf").write_bytes(b"%PDF-1.4 kept")
         # The copy of the type library that only Wine needs is the test's own.
         self.prefix.wine("reg", "delete", r"HKCR\TypeLib" "\\" + LIBID + r"\1.0\0", "/f")
 
-        code, log, _ = self.msiexec("/x", NEXT_MSI, "remove.log")
-        self.assertEqual(code, 0, log[-3000:])
-        self.assertIsNone(installed_service(self.prefix))
+        self.msiexec("/x", NEXT_MSI, "remove.log")
         self.assertEqual(self.installed_files(), [])
-        self.assertEqual({key: tree for key, tree in registration(self.prefix).items() if tree is not None}, {})
+        self.assertEqual({key: tree for key, tree in registration(self.prefix, EXECUTABLE).items() if tree}, {})
         self.assertIsNone(self.prefix.reg_tree(USERS_KEY))
         self.assertEqual(self.products(), [])
         self.assertEqual(sorted(path.name for path in hot_folder.iterdir()), ["Desktop.ini", "kept.pdf"])

@@ -4,12 +4,11 @@ nothing registered, then its one-shot switches, per user and for the machine,
 and what they leave in the registry and with the service control manager."""
 import unittest
 
-from registration import (APPID, EVENT_SOURCE, LIBID, TYPE_LIBRARY_NAME, UNIVERSAL_MARSHALER, event_source,
-                          installed_service, registered_type_library, service_configuration, service_tables, tables)
-from winetest import PrefixStory
+from registration import (EVENT_SOURCE, installed_service, registered_type_library, registration,
+                          service_registration, tables)
+from winetest import CATEGORY_SERVICE, CATEGORY_USER, ERROR, INFORMATION, PrefixStory
 
-ERROR, INFORMATION = 1, 4
-CATEGORY_SERVICE, CATEGORY_USER = 1, 2
+USER_CLASSES, MACHINE_CLASSES = r"HKCU\Software\Classes", r"HKLM\Software\Classes"
 
 
 class Registration(PrefixStory):
@@ -19,13 +18,10 @@ class Registration(PrefixStory):
         self.last_run = self.prefix.run(self.prefix.executable, switch, timeout=120)
         self.assertEqual(self.last_run.exit_code, 0, f"{switch}: {self.last_run.events}")
 
-    def assertTables(self, classes_root, expected):
-        for key, tree in expected.items():
-            self.assertEqual(self.prefix.reg_tree(classes_root + "\\" + key), tree, f"{key} {self.last_run}")
-
-    def assertNoTables(self, classes_root, expected):
-        for key in expected:
-            self.assertIsNone(self.prefix.reg_tree(classes_root + "\\" + key), key)
+    def assertTables(self, classes_root, expected):  # None: every key of the tables is missing
+        for key, tree in tables(self.prefix.executable).items():
+            self.assertEqual(self.prefix.reg_tree(classes_root + "\\" + key), expected and expected[key],
+                             f"{key} {self.last_run}")
 
     def test_1_without_the_service_the_entry_logs_its_command_line_and_why_it_failed(self):
         # -startservice: the command line exactly as the process got it, then
@@ -48,60 +44,40 @@ class Registration(PrefixStory):
         self.assertIn((58, ERROR, CATEGORY_SERVICE, ["2"]), seen)
 
     def test_2_per_user_switches_write_only_the_users_classes(self):
-        executable = self.prefix.executable
         self.run_switch("-RegServerPerUser")
-        self.assertTables(r"HKCU\Software\Classes", tables(executable))
-        for key in tables(executable):
-            machine = self.prefix.reg_tree(r"HKLM\Software\Classes" "\\" + key) or {}
+        self.assertTables(USER_CLASSES, tables(self.prefix.executable))
+        for key in tables(self.prefix.executable):
+            machine = self.prefix.reg_tree(MACHINE_CLASSES + "\\" + key) or {}
             self.assertEqual({path: values for path, values in machine.items() if values}, {},
                              f"{key}: no value of the tables under the machine's classes")
         self.assertIsNone(installed_service(self.prefix))
         self.assertIsNone(self.prefix.reg_tree(EVENT_SOURCE))
-        user = registered_type_library(self.prefix, r"HKCU\Software\Classes")
-        machine = registered_type_library(self.prefix, r"HKLM\Software\Classes")
+        user = registered_type_library(self.prefix, USER_CLASSES)
+        machine = registered_type_library(self.prefix, MACHINE_CLASSES)
 
         self.run_switch("-UnregServerPerUser")
-        self.assertNoTables(r"HKCU\Software\Classes", tables(executable))
+        self.assertTables(USER_CLASSES, None)
         if user is None and machine is not None:
             self.skipTest("Wine's RegisterTypeLibForUser registers the library for the whole machine "
                           "(tests/wine/README.md)")
-        self.assertEqual(user["file"], ("REG_SZ", executable))
+        self.assertEqual(user["file"], ("REG_SZ", self.prefix.executable))
         self.assertIsNone(machine)
-
-    def assertRegisteredAsService(self, executable):
-        self.assertTables("HKCR", service_tables(executable))
-        self.assertEqual(self.prefix.reg_tree(EVENT_SOURCE), event_source(executable))
-        self.assertEqual(registered_type_library(self.prefix, "HKCR"), {
-            "name": ("REG_SZ", TYPE_LIBRARY_NAME), "file": ("REG_SZ", executable),
-            "marshaler": ("REG_SZ", UNIVERSAL_MARSHALER),
-            "library": {"": ("REG_SZ", LIBID), "Version": ("REG_SZ", "1.0")}})
-        configuration = installed_service(self.prefix)
-        self.assertIsNotNone(configuration, "the service is installed")
-        self.assertEqual({k: v for k, v in configuration.items() if k != "state"}, service_configuration(executable))
 
     def test_3_service_then_regserver_then_unregserver(self):
         executable = self.prefix.executable
-        self.run_switch("-Service")
-        self.assertRegisteredAsService(executable)
-
-        # Twice: the service is deleted and created again, and all ends the same.
-        self.run_switch("-Service")
-        self.assertRegisteredAsService(executable)
-
-        # A plain local server: the service and LocalService go, the rest stays.
-        self.run_switch("-RegServer")
-        self.assertIsNone(installed_service(self.prefix))
-        expected = service_tables(executable)
-        del expected["AppID\\" + APPID][""]["LocalService"]
-        self.assertTables("HKCR", expected)
-
-        # Unregistered: the tables and the type library go, the event source stays.
-        self.run_switch("-UnregServer")
-        self.assertNoTables("HKCR", tables(executable))
-        self.assertIsNone(registered_type_library(self.prefix, "HKCR"))
-        self.assertIsNotNone(self.prefix.reg_tree(r"HKCR\AppID"), "the kept keys stay")
-        self.assertIsNotNone(self.prefix.reg_tree(r"HKCR\CLSID"), "the kept keys stay")
-        self.assertEqual(self.prefix.reg_tree(EVENT_SOURCE), event_source(executable))
+        expected = service_registration(executable)
+        for switch, changes in (
+                ("-Service", {}),
+                ("-Service", {}),  # the service deleted and created again, all ends the same
+                # A plain local server: the service and LocalService go, the rest stays.
+                ("-RegServer", dict(tables(executable, service=True, local_service=False), service=None)),
+                # Unregistered: all but the event source goes.
+                ("-UnregServer", dict(dict.fromkeys(tables(executable)), library=None))):
+            self.run_switch(switch)
+            expected.update(changes)
+            self.assertEqual(registration(self.prefix, executable), expected, self.last_run)
+        for kept in (r"HKCR\AppID", r"HKCR\CLSID"):
+            self.assertIsNotNone(self.prefix.reg_tree(kept), kept)
 
 
 if __name__ == "__main__":

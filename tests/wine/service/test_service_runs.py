@@ -6,22 +6,13 @@ started again."""
 import time
 import unittest
 
-from registration import SERVICE, installed_service, serve_type_library_to_wine
-from winetest import PrefixStory, has_event
-
-SETTLE_SECONDS = 2.0
-USER = "OFFICE\\clerk"
-PASSWORD = "s3cret p\u00e4ss"
-USERS_KEY = r"HKLM\SOFTWARE\Orvanta\Tarnwick\4\HotFolderUsers"
-SERVICE_RUNNING, SERVICE_STOPPED = "4", "1"
+from registration import SERVICE, SERVICE_RUNNING, SERVICE_STOPPED, installed_service, serve_type_library_to_wine
+from winetest import SETTLE_SECONDS, USER, USERS_KEY, PrefixStory, has_event
 
 
 class TheServiceEndToEnd(PrefixStory):
     prefix_name = "service_runs"
     hot_folder = True
-
-    def service_state(self):
-        return (installed_service(self.prefix) or {}).get("state")
 
     def drop_and_wait(self, name, expect_job):
         """Drops a file; the jobs once it has been handed on, or after long enough for it to have been."""
@@ -30,6 +21,11 @@ class TheServiceEndToEnd(PrefixStory):
         self.prefix.wait_for_jobs(before + 1, timeout=30 if expect_job else SETTLE_SECONDS * 2 + 1)
         time.sleep(SETTLE_SECONDS + 1)  # long enough for a second job, were there one
         return self.prefix.jobs()[before:]
+
+    def start_service(self, *awaited):  # -startservice, until the events `awaited` (predicates) come
+        start = self.prefix.trace_size()
+        self.assertEqual(self.prefix.run(self.prefix.executable, "-startservice").exit_code, 1)
+        return self.prefix.wait_for_events(lambda events: all(p(events) for p in awaited), timeout=60, start=start)
 
     def test_the_service_runs_the_users_watcher_and_stopping_it_idles_the_watcher(self):
         prefix = self.prefix
@@ -41,17 +37,16 @@ class TheServiceEndToEnd(PrefixStory):
         self.assertEqual(by_hand.exit_code, 1063)
         self.assertIn(["1063"], [e.strings for e in by_hand.events if e.event_id == 58])
 
-        start = prefix.trace_size()
-        self.assertEqual(prefix.run(prefix.executable, "-startservice").exit_code, 1)
-        prefix.wait_for_events(lambda e: has_event(0, ["Service started/resumed"])(e) and has_event(6)(e), start=start)
-        self.assertEqual(self.service_state(), SERVICE_RUNNING)
+        self.start_service(has_event(0, ["Service started/resumed"]), has_event(6))
+        self.assertEqual(installed_service(prefix, state=True), SERVICE_RUNNING)
 
         # An administrator adds a user; the password is kept sealed.
-        self.assertEqual(prefix.control("install-user", USER, input=(PASSWORD + "\n").encode()), (0, f"installed {USER}"))
-        stored = prefix.reg_tree(USERS_KEY)[""][USER]
-        self.assertEqual(stored[0], "REG_BINARY")
-        self.assertNotIn(PASSWORD.encode("utf-16-le").hex().upper(), stored[1])
-        self.assertGreater(len(stored[1]), 0)
+        password = "s3cret p\u00e4ss"
+        self.assertEqual(prefix.control("install-user", USER, input=f"{password}\n".encode()), (0, f"installed {USER}"))
+        kind, sealed = prefix.reg_tree(USERS_KEY)[""][USER]
+        self.assertEqual(kind, "REG_BINARY")
+        self.assertNotIn(password.encode("utf-16-le").hex().upper(), sealed)
+        self.assertGreater(len(sealed), 0)
         self.assertEqual(prefix.control("is-installed", USER), (0, f"{USER} is installed"))
         code, output = prefix.control("uninstall-user", "OFFICE\\nobody")
         self.assertEqual(code, 1)
@@ -60,8 +55,7 @@ class TheServiceEndToEnd(PrefixStory):
         (prefix.path / "drive_c" / "ask.vbs").write_text(
             'Set service = CreateObject("Tarnwick.FolderService")\r\n'
             f'WScript.Echo service.IsUserInstalled("{USER}") & " " & service.IsUserInstalled("OFFICE\\nobody")\r\n')
-        script = prefix.wine("cscript", "//nologo", r"C:\ask.vbs", timeout=120)
-        self.assertEqual(script.stdout.strip(), "True False")
+        self.assertEqual(prefix.wine("cscript", "//nologo", r"C:\ask.vbs", timeout=120).stdout.strip(), "True False")
 
         # The user's watcher starts for the first time, writing the logon
         # entry that starts it from then on, announces itself and is
@@ -70,9 +64,9 @@ class TheServiceEndToEnd(PrefixStory):
         type(self).watcher = prefix.start_watcher("-installuser")
         run = prefix.reg_tree(r"HKCU\Software\Microsoft\Windows\CurrentVersion\Run")[""]
         self.assertEqual(run["Tarnwick Hot Folder Watcher"], ("REG_SZ", f'"{prefix.executable}" -currentuser'))
-        events = prefix.wait_for_events(has_event(49), timeout=60, start=start)
-        self.assertNotIn(52, [e.event_id for e in events], "the announcement reached the service")
-        pipe = [e.strings[0] for e in events if e.event_id == 49][0]
+        prefix.wait_for_events(has_event(49), timeout=60, start=start)
+        self.assertEqual(prefix.since(start, 52), [], "the announcement reached the service")
+        [[pipe]] = prefix.since(start, 49)
         self.assertRegex(pipe, r"^\\\\\.\\pipe\\Tarnwick_FolderWatcher_")
         jobs = self.drop_and_wait("a.pdf", expect_job=True)
         self.assertEqual([job[1:4] for job in jobs], [["C:\\In\\a.pdf", "C:\\Scripts\\stamp.py", "C:\\Out"]])
@@ -81,18 +75,15 @@ class TheServiceEndToEnd(PrefixStory):
         start = prefix.trace_size()
         prefix.wine("net", "stop", SERVICE, timeout=120, check=False)
         prefix.wait_for_events(lambda e: has_event(0, ["Service stopped"])(e) and has_event(44)(e), start=start)
-        self.assertEqual(self.service_state(), SERVICE_STOPPED)
-        broken = [e.strings for e in prefix.events(start) if e.event_id == 44]
-        self.assertEqual(broken, [[pipe, "109"]])
+        self.assertEqual(installed_service(prefix, state=True), SERVICE_STOPPED)
+        self.assertEqual(prefix.since(start, 44), [[pipe, "109"]])
         self.assertIsNone(self.watcher.poll(), "the watcher still runs")
         self.assertEqual(self.drop_and_wait("b.pdf", expect_job=False), [])
 
         # Started again, the service finds the installed user. It would find
         # the running watcher by listing the pipes, which Wine cannot do
         # (tests/wine/README.md): under Wine the watcher stays idle.
-        start = prefix.trace_size()
-        self.assertEqual(prefix.run(prefix.executable, "-startservice").exit_code, 1)
-        events = prefix.wait_for_events(lambda e: has_event(4, [USER])(e) and has_event(20)(e), start=start)
+        events = self.start_service(has_event(4, [USER]), has_event(20))
         self.assertNotIn(49, [e.event_id for e in events])
         self.assertEqual(self.drop_and_wait("c.pdf", expect_job=False), [])
         self.assertIsNone(self.watcher.poll())

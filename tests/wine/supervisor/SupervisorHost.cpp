@@ -36,8 +36,8 @@ int wmain()
     char buffer[1024];
     while (std::fgets(buffer, sizeof buffer, stdin) != nullptr) {
         std::istringstream line(buffer);
-        std::string command;
-        line >> command;
+        std::string command, first, second;  // the command and its arguments
+        line >> command >> first >> second;
         if (command == "whoami") {
             Answer("user " + ToUtf8(GetCurrentUserName()));
         } else if (command == "list-pipes") {
@@ -45,21 +45,16 @@ int wmain()
             UniqueFindHandle const listing(os::FindFirstFileW(u"\\\\.\\pipe\\*", &found));
             Answer("pipes " + std::to_string(listing ? 1 : 0) + " " + std::to_string(os::GetLastError()));
         } else if (command == "install") {
-            std::string name, password;
-            line >> name >> password;
-            Answer("installed " + std::to_string(UserStore::Open().Install(FromUtf8(name), FromUtf8(password))));
+            Answer("installed " + std::to_string(UserStore::Open().Install(FromUtf8(first), FromUtf8(second))));
         } else if (command == "start") {
             DWORD threadId = 0;
             supervisor.reset(os::CreateThread(nullptr, 0, &SupervisorThread, nullptr, 0, &threadId));
             Answer(supervisor ? "started" : "not started");
         } else if (command == "post") {
-            std::string code, argument;
-            line >> code >> argument;
-            TheCommandQueue().Post(Command{static_cast<DWORD>(std::stoul(code, nullptr, 16)), FromUtf8(argument)});
+            TheCommandQueue().Post(Command{static_cast<DWORD>(std::stoul(first, nullptr, 16)), FromUtf8(second)});
             Answer("posted");
         } else if (command == "wait") {
-            DWORD milliseconds = 0;
-            line >> milliseconds;
+            DWORD const milliseconds = std::stoul(first);
             Answer(os::WaitForSingleObject(supervisor.get(), milliseconds) == WAIT_OBJECT_0 ? "ended" : "running");
         } else {
             Answer("unknown " + command);

@@ -5,7 +5,6 @@ and what it makes of changes Linux processes make in drive C while it runs.
 Wine lays a read's change records end to end, mostly off a 4-byte boundary.
 Input folders made before the watcher starts lie outside the root (a recursive
 watch under Wine misses folders older than itself)."""
-import contextlib
 import getpass
 import os
 import random
@@ -13,10 +12,8 @@ import subprocess
 import time
 import unittest
 
-from winetest import Prefix, PrefixStory, desktop_ini, has_event
+from winetest import CATEGORY_USER, ERROR, SETTLE_SECONDS, Prefix, PrefixStory, desktop_ini, has_event, poll
 
-ERROR = 1
-SETTLE_SECONDS = 2.0
 BURST_FILES = 1000
 # The settle time, the test plug-in's start (a retry after 2 s) and some slack.
 STALLED_SECONDS = 10
@@ -30,17 +27,23 @@ class WatcherRuns(PrefixStory):
         cls.prefix = Prefix.for_test(cls.prefix_name)
         drive_c = cls.prefix.path / "drive_c"
         cls.shared, cls.renames = drive_c / "Shared", drive_c / "Renames"
-        cls.shared.mkdir()
-        cls.renames.mkdir()
+        for folder in (cls.shared, cls.renames):
+            folder.mkdir()
         # A user's file that lay in the folder before the watcher started.
         (cls.renames / "a.txt").write_bytes(b"renamed while the watcher runs")
         # Alpha and Beta take one input folder; Desktop.ini path order puts Alpha first.
         for name, folder in (("Beta", r"C:\Shared"), ("Alpha", r"C:\Shared"), ("Gamma", r"C:\Renames")):
-            (cls.prefix.root() / name).mkdir(parents=True)
-            (cls.prefix.root() / name / "Desktop.ini").write_bytes(
-                desktop_ini(folder, "C:\\Out" + name, f"C:\\Scripts\\{name.lower()}.py"))
+            ini, text = cls.make_hot_folder(name, folder)
+            ini.write_bytes(text)
         cls.input, cls.output = cls.prefix.give_user_a_hot_folder()
+        cls.root = rf"C:\users\{getpass.getuser()}\AppData\Local\Tarnwick Hot Folders"
         cls.watcher = cls.prefix.start_watcher(plug_in="-lifetime:280000")
+
+    @classmethod
+    def make_hot_folder(cls, name, input_folder):  # its folder; its Desktop.ini's path and text, yet to write
+        (cls.prefix.root() / name).mkdir(parents=True)
+        ini = cls.prefix.root() / name / "Desktop.ini"
+        return ini, desktop_ini(input_folder, "C:\\Out" + name, f"C:\\Scripts\\{name.lower()}.py")
 
     def jobs_from(self, folder):
         """(input, script) of the jobs from `folder` (a Windows path), in the order the plug-in got them."""
@@ -48,21 +51,19 @@ class WatcherRuns(PrefixStory):
 
     def wait_for_jobs(self, folder, count, stall=STALLED_SECONDS):
         """The jobs from `folder` once there are `count`; fails once none has come for `stall` s."""
-        jobs, last_progress = self.jobs_from(folder), time.monotonic()
+        jobs = []
         while len(jobs) < count:
-            if time.monotonic() - last_progress > stall:
+            before = len(jobs)
+            jobs = poll(lambda: self.jobs_from(folder), lambda now: len(now) > before, stall)
+            if len(jobs) == before:
                 self.fail(f"{count} job(s) from {folder} expected, got {len(jobs)}")
-            time.sleep(0.1)
-            before, jobs = len(jobs), self.jobs_from(folder)
-            if len(jobs) > before:
-                last_progress = time.monotonic()
         return jobs
 
     def test_1_a_running_watcher_hands_a_settled_file_on_once(self):
         # Started by hand with no service registered: the announcement fails,
         # and the watcher stays stopped until a control client says run.
         announced = [e for e in self.prefix.events() if e.event_id == 52]
-        self.assertEqual([(e.type, e.category) for e in announced], [(ERROR, 2)])
+        self.assertEqual([(e.type, e.category) for e in announced], [(ERROR, CATEGORY_USER)])
         self.assertRegex(announced[0].strings[0], r"^0x8[0-9a-f]{7}$")
 
         self.assertEqual(self.prefix.control("run")[0], 0)
@@ -74,7 +75,7 @@ class WatcherRuns(PrefixStory):
         self.assertEqual([job[1:4] for job in self.prefix.jobs()],
                          [["C:\\In\\a.pdf", "C:\\Scripts\\stamp.py", "C:\\Out"]])
         self.assertEqual((self.output / "a.pdf").read_bytes(), b"%PDF-1.4 first")
-        self.assertIn(["C:\\In", "a.pdf"], [e.strings for e in self.prefix.events() if e.event_id == 38])
+        self.assertIn(["C:\\In", "a.pdf"], self.prefix.since(0, 38))
 
     def test_2_a_burst_reaches_both_hot_folders_of_its_folder_once_each_in_the_order_written(self):
         # A copy from a share: cp writes the files one after the other in the
@@ -104,32 +105,26 @@ class WatcherRuns(PrefixStory):
         # the new one, which was touched after it.
         self.assertEqual(self.wait_for_jobs(r"C:\Renames", 2),
                          [(r"C:\Renames\b.txt", r"C:\Scripts\gamma.py"), (r"C:\Renames\c.pdf", r"C:\Scripts\gamma.py")])
-        renames = [(e.event_id, e.strings) for e in self.prefix.events() if e.event_id in (40, 41)]
-        self.assertIn((40, [r"C:\Renames", "a.txt"]), renames)
-        self.assertIn((41, [r"C:\Renames", "b.txt"]), renames)
+        self.assertIn([r"C:\Renames", "a.txt"], self.prefix.since(0, 40))
+        self.assertIn([r"C:\Renames", "b.txt"], self.prefix.since(0, 41))
 
     def write_until_reported(self, path, data):
         """Writes a file into a folder just made below the root, again until the
         watcher reports it: Wine watches the folder only once its server has
         seen it made, and a write in the instant before gives no record."""
-        root = rf"C:\users\{getpass.getuser()}\AppData\Local\Tarnwick Hot Folders"
         name = str(path.relative_to(self.prefix.root())).replace("/", "\\")
-        deadline = time.monotonic() + 30
-        while time.monotonic() < deadline:
+
+        def written_and_reported():
             start = self.prefix.trace_size()
             path.write_bytes(data)
-            with contextlib.suppress(TimeoutError):
-                self.prefix.wait_for_events(lambda events: any(
-                    e.event_id in (38, 42) and e.strings == [root, name] for e in events), timeout=0.5, start=start)
-                return root
-        self.fail(f"no change of {name} was reported")
+            return poll(lambda: [self.root, name] in self.prefix.since(start, 38, 42), bool, 0.5)
+        self.assertTrue(poll(written_and_reported, bool, 30, interval=0), f"no change of {name} was reported")
 
     def test_4_a_hot_folder_made_while_running_takes_files_from_its_input_folder_made_afterwards(self):
-        hot_folder = self.prefix.root() / "Delta"
-        hot_folder.mkdir()
-        self.write_until_reported(hot_folder / "Desktop.ini", desktop_ini(r".\In", r"C:\OutDelta", r"C:\Scripts\delta.py"))
-        (hot_folder / "In").mkdir()
-        input_folder = self.write_until_reported(hot_folder / "In" / "x.pdf", b"%PDF-1.4 new hot folder") + r"\Delta\In"
+        self.write_until_reported(*self.make_hot_folder("Delta", r".\In"))
+        (self.prefix.root() / "Delta" / "In").mkdir()
+        self.write_until_reported(self.prefix.root() / "Delta" / "In" / "x.pdf", b"%PDF-1.4 new hot folder")
+        input_folder = self.root + r"\Delta\In"
         self.assertEqual(self.wait_for_jobs(input_folder, 1), [(input_folder + r"\x.pdf", r"C:\Scripts\delta.py")])
 
     def test_5_a_hot_folder_removed_while_running_ends_the_watch_of_its_input_folder(self):
@@ -137,29 +132,23 @@ class WatcherRuns(PrefixStory):
         # which a temporary file wakes to end and which deletes itself on close.
         input_folder = self.prefix.path / "drive_c" / "Epsilon"
         input_folder.mkdir()
-        hot_folder = self.prefix.root() / "Epsilon"
-        hot_folder.mkdir()
-        root = self.write_until_reported(hot_folder / "Desktop.ini",
-                                         desktop_ini(r"C:\Epsilon", r"C:\OutEpsilon", r"C:\Scripts\epsilon.py"))
+        ini, text = self.make_hot_folder("Epsilon", r"C:\Epsilon")
+        self.write_until_reported(ini, text)
         # Its watch begins once the watcher has read the Desktop.ini, which may
         # be after the report of its change: a file written before goes unseen.
         written = []
         while not self.jobs_from(r"C:\Epsilon") and len(written) < 3:
             written.append(f"y{len(written)}.pdf")
             (input_folder / written[-1]).write_bytes(b"%PDF-1.4 before")
-            deadline = time.monotonic() + STALLED_SECONDS
-            while not self.jobs_from(r"C:\Epsilon") and time.monotonic() < deadline:
-                time.sleep(0.1)
+            poll(lambda: self.jobs_from(r"C:\Epsilon"), bool, STALLED_SECONDS)
         handed_on = self.jobs_from(r"C:\Epsilon")
         self.assertEqual(handed_on, [(r"C:\Epsilon" "\\" + written[-1], r"C:\Scripts\epsilon.py")])
 
         start = self.prefix.trace_size()
-        (hot_folder / "Desktop.ini").unlink()
-        self.prefix.wait_for_events(has_event(39, [root, r"Epsilon\Desktop.ini"]), start=start)
-        deadline = time.monotonic() + 5
-        while sorted(os.listdir(input_folder)) != written and time.monotonic() < deadline:
-            time.sleep(0.1)
-        self.assertEqual(sorted(os.listdir(input_folder)), written, "the wake-up file deleted itself on close")
+        ini.unlink()
+        self.prefix.wait_for_events(has_event(39, [self.root, r"Epsilon\Desktop.ini"]), start=start)
+        left = poll(lambda: sorted(os.listdir(input_folder)), lambda names: names == written, 5)
+        self.assertEqual(left, written, "the wake-up file deleted itself on close")
         (input_folder / "z.pdf").write_bytes(b"%PDF-1.4 after")
         time.sleep(SETTLE_SECONDS * 2)
         self.assertEqual(self.jobs_from(r"C:\Epsilon"), handed_on)

@@ -136,6 +136,9 @@ TEST_F(WatcherLoopTest, SettledFilesBecomeJobsWhileTheServiceSaysRun)
     At(20000, [this] { service.Broadcast(CMD_RUN); });
     At(21000, [this] { service.Broadcast(CMD_STOP); });
     DropFileAt(22000, u"C:\\In\\c.pdf");
+    // A read that completes after a wait has returned for another completion,
+    // while the loop takes what is queued: it is taken too.
+    At(23000, [this] { world().QueueApc([this] { DropFileAt(0, u"C:\\In\\d.pdf"); }); });
     At(29000, [this] { service.Broadcast(CMD_RUN); });
     std::map<DWORD, std::size_t> jobsAt;  // how many jobs the plug-in had received by a tick
     for (DWORD tick : {3500u, 3501u, 20000u, 29000u}) {
@@ -144,7 +147,8 @@ TEST_F(WatcherLoopTest, SettledFilesBecomeJobsWhileTheServiceSaysRun)
     RunWatcher(false);
     EXPECT_EQ(service.announced, (std::vector<std::u16string>{kWatcherPipe}));
     EXPECT_EQ(jobsAt, (std::map<DWORD, std::size_t>{{3500, 0}, {3501, 1}, {20000, 1}, {29000, 2}}));
-    EXPECT_EQ(Jobs(), (Texts{"C:\\In\\a.pdf > C:\\Out", "C:\\In\\b.pdf > C:\\Out", "C:\\In\\c.pdf > C:\\Out"}));
+    EXPECT_EQ(Jobs(), (Texts{"C:\\In\\a.pdf > C:\\Out", "C:\\In\\b.pdf > C:\\Out", "C:\\In\\c.pdf > C:\\Out",
+                             "C:\\In\\d.pdf > C:\\Out"}));
     EXPECT_EQ(service.references, 0u) << "the watcher released the service at its end";
 }
 

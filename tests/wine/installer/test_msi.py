@@ -2,12 +2,14 @@
 """The product's MSI under Wine's msiexec, run quietly as an administrator runs
 it: an install the service manager refuses, the install, an upgrade in place
 by the next version's MSI, and the removal."""
+import os
 import re
+import shutil
 import unittest
 
-from registration import (LIBID, SERVICE, SERVICE_RUNNING, installed_service, registration, serve_type_library_to_wine,
-                          service_registration)
-from winetest import USER, USERS_KEY, PrefixStory, build_file, desktop_ini, windows_path
+from registration import (IID, LIBID, SERVICE, SERVICE_RUNNING, installed_service, registration,
+                          serve_type_library_to_wine, service_registration)
+from winetest import USER, USERS_KEY, Prefix, PrefixStory, build_file, desktop_ini, windows_path
 
 MSI = build_file("installer", "TarnwickHotFolders.msi")
 NEXT_MSI = build_file("tests", "wine", "installer", "TarnwickHotFolders-next.msi")
@@ -47,6 +49,24 @@ class MsiStory(PrefixStory):
         return sorted(values["DisplayVersion"][1] for values in listing.values()
                       if values.get("DisplayName", (None, ""))[1] == SERVICE and "DisplayVersion" in values)
 
+    @staticmethod
+    def whole_registration(prefix):  # with every value under the type library's and the interface's keys
+        return dict(registration(prefix, EXECUTABLE), typelib=prefix.reg_tree(r"HKCR\TypeLib" "\\" + LIBID),
+                    interface=prefix.reg_tree(r"HKCR\Interface" "\\" + IID))
+
+    def registered_by_the_executable(self):
+        """What the executable's own -Service leaves, installed in the same folder of a prefix of its own."""
+        reference = Prefix.for_test("msi_reference")
+        try:
+            folder = reference.path / "drive_c" / "Program Files" / "Tarnwick"
+            folder.mkdir(parents=True)
+            shutil.copy2(os.environ["HF_EXECUTABLE"], folder / "TarnwickHotFolder.exe")
+            reference.start()
+            self.assertEqual(reference.run(EXECUTABLE, "-Service", timeout=120).exit_code, 0)
+            return self.whole_registration(reference)
+        finally:
+            reference.stop()
+
     def assertInstalled(self):
         self.assertEqual(self.installed_files(), PROGRAMS)
         self.assertEqual(installed_service(self.prefix, state=True), SERVICE_RUNNING)
@@ -73,7 +93,9 @@ class MsiStory(PrefixStory):
 
         self.msiexec("/i", MSI, "install.log")
         self.assertInstalled()
-        self.assertEqual(registration(prefix, EXECUTABLE), service_registration(EXECUTABLE))
+        installed, expected = self.whole_registration(prefix), service_registration(EXECUTABLE)
+        self.assertEqual({key: installed[key] for key in expected}, expected)
+        self.assertEqual(installed, self.registered_by_the_executable())
         self.install_user()
         self.assertEqual(self.control("is-installed", USER), (0, f"{USER} is installed"))
 

@@ -247,6 +247,13 @@ TEST_F(PlugInLinkTest, JobsOverAServingPlugIn)
                                     "Connected to plug-in message pipe \\\\.\\pipe\\Tarnwick_PlugIn_OFFICE_clerk.\r\n");
     events.front() = events.back() = "CreateProcess(Acrobat.exe) failed.  Error code: 2\r\n";
     EXPECT_EQ(RenderedEvents(), events);
+    std::vector<WORD> types;  // a connection is news, a failed launch an error
+    for (auto const& record : world().eventLog.Records()) {
+        types.push_back(record.type);
+    }
+    std::vector<WORD> expectedTypes(8, EVENTLOG_INFORMATION_TYPE);
+    expectedTypes.front() = expectedTypes.back() = EVENTLOG_ERROR_TYPE;
+    EXPECT_EQ(types, expectedTypes);
 }
 
 class PlugInLinkLaunch : public PlugInLinkTest, public ::testing::WithParamInterface<bool> {};

@@ -76,9 +76,11 @@ TEST_F(ServiceModuleTest, AServiceRunsUntilStoppedAndTurnsRequestsIntoCommands)
             service.handler(SERVICE_CONTROL_STOP);
         }
     };
+    service.reportedStates.clear();
     int const exhausted = world().ExhaustedWaits();
     EXPECT_EQ(TheModule().Start(1), 0);
     EXPECT_EQ(world().ExhaustedWaits(), exhausted) << "the loop ended on the stop's WM_QUIT, not for want of messages";
+    EXPECT_EQ(service.reportedStates, (std::vector<DWORD>{2, 4, 3, 1}));
 }
 
 // Only a terminated LocalService string makes a service (by hand it cannot reach the dispatcher: 1063);
@@ -157,7 +159,7 @@ TEST_F(ServiceModuleTest, FolderServiceObjectsQueueConnectRequestsAndKeepUsersIn
 
         os::VARIANT_BOOL installed = 7;
         EXPECT_EQ((std::pair{service->IsUserInstalled(clerk, &installed), installed}), std::pair(S_OK, VARIANT_FALSE));
-        std::u16string const password(u"pa\0ss", 5);
+        std::u16string const password(u"pa\0ss\0", 6);
         EXPECT_EQ(service->InstallUser(clerk, bstr(password)), S_OK);
         EXPECT_EQ((std::pair{service->IsUserInstalled(clerk, &installed), installed}), std::pair(S_OK, VARIANT_TRUE));
         EventReporter events(kCategoryService);
@@ -169,12 +171,13 @@ TEST_F(ServiceModuleTest, FolderServiceObjectsQueueConnectRequestsAndKeepUsersIn
                   (std::vector<HRESULT>{S_OK, static_cast<HRESULT>(0x80070002u)}));
 
         world().registry.SetString(HKEY_LOCAL_MACHINE, kUserStoreKeyPath, u"OFFICE\\typed", u"not binary");
+        installed = 7;  // a failed query leaves the caller's answer alone
         EXPECT_EQ(service->IsUserInstalled(bstr(u"OFFICE\\typed"), &installed), static_cast<HRESULT>(0x8007000Du));
         world().faults.Fail("RegCreateKeyExW", ERROR_ACCESS_DENIED, 3);
         HRESULT const denied = static_cast<HRESULT>(0x80070005u);
         EXPECT_EQ((std::vector{service->IsUserInstalled(clerk, &installed), service->InstallUser(clerk, clerk),
                                service->UninstallUser(clerk), HRESULT{installed}}),
-                  (std::vector<HRESULT>{denied, denied, denied, VARIANT_TRUE}));
+                  (std::vector<HRESULT>{denied, denied, denied, 7}));
         EXPECT_FALSE(world().registry.Value(HKEY_LOCAL_MACHINE, kUserStoreKeyPath, clerk));
     }
     EXPECT_EQ((std::pair<long, long>(world().com.serverReferences, TheModule().LockCount())),

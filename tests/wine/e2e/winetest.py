@@ -242,7 +242,12 @@ class Prefix:
         given, with its 32-bit exit code); returns it with the events reported meanwhile."""
         start = self.trace_size()
         launcher = self.launch(self.launcher, extra={"HF_LAUNCH_COMMAND_LINE": line}, stdout=subprocess.PIPE)
-        output = launcher.communicate(timeout=timeout)[0]
+        try:
+            output = launcher.communicate(timeout=timeout)[0]
+        except subprocess.TimeoutExpired:
+            launcher.kill()
+            launcher.wait()
+            raise
         match = re.search(rb"^exit code (-?\d+)\s*$", output, re.MULTILINE)
         if not match:
             raise RuntimeError(f"the launcher ran no program ({launcher.returncode}): {output!r}")

@@ -7,7 +7,7 @@ import time
 import unittest
 
 from registration import SERVICE, SERVICE_RUNNING, SERVICE_STOPPED, installed_service, serve_type_library_to_wine
-from winetest import SETTLE_SECONDS, USER, USERS_KEY, PrefixStory, has_event
+from winetest import SETTLE_SECONDS, USER, USERS_KEY, PrefixStory, has_event, poll
 
 
 class TheServiceEndToEnd(PrefixStory):
@@ -27,6 +27,9 @@ class TheServiceEndToEnd(PrefixStory):
         self.assertEqual(self.prefix.run(self.prefix.executable, "-startservice").exit_code, 1)
         return self.prefix.wait_for_events(lambda events: all(p(events) for p in awaited), timeout=60, start=start)
 
+    def service_state(self, awaited):  # the service reports its state just after its event says so
+        return poll(lambda: installed_service(self.prefix, state=True), lambda state: state == awaited, timeout=30)
+
     def test_the_service_runs_the_users_watcher_and_stopping_it_idles_the_watcher(self):
         prefix = self.prefix
         self.assertEqual(prefix.run(prefix.executable, "-Service", timeout=120).exit_code, 0)
@@ -38,7 +41,7 @@ class TheServiceEndToEnd(PrefixStory):
         self.assertIn(["1063"], [e.strings for e in by_hand.events if e.event_id == 58])
 
         self.start_service(has_event(0, ["Service started/resumed"]), has_event(6))
-        self.assertEqual(installed_service(prefix, state=True), SERVICE_RUNNING)
+        self.assertEqual(self.service_state(SERVICE_RUNNING), SERVICE_RUNNING)
 
         # An administrator adds a user; the password is kept sealed.
         password = "s3cret p\u00e4ss"
@@ -75,7 +78,7 @@ class TheServiceEndToEnd(PrefixStory):
         start = prefix.trace_size()
         prefix.wine("net", "stop", SERVICE, timeout=120, check=False)
         prefix.wait_for_events(lambda e: has_event(0, ["Service stopped"])(e) and has_event(44)(e), start=start)
-        self.assertEqual(installed_service(prefix, state=True), SERVICE_STOPPED)
+        self.assertEqual(self.service_state(SERVICE_STOPPED), SERVICE_STOPPED)
         self.assertEqual(prefix.since(start, 44), [[pipe, "109"]])
         self.assertIsNone(self.watcher.poll(), "the watcher still runs")
         self.assertEqual(self.drop_and_wait("b.pdf", expect_job=False), [])

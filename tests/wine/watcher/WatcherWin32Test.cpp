@@ -89,6 +89,13 @@ TEST(DesktopIniOnTheSystem, TheSystemsProfileReaderAndPathFunctionsResolveDeskto
     EXPECT_EQ(load("[Tarnwick]\r\nInputFolder=.\r\nOutputFolder=Out\r\nScript=s.py\r\n"),
               std::make_tuple(true, resolved(test::RunningUnderWine() ? u"Invoices\\." : u"Invoices"),
                               resolved(u"Invoices\\Out"), resolved(u"Invoices\\s.py")));
+    // Climbing stops at the drive's root.
+    std::string up;
+    for (int i = 0; i < 20; ++i) {
+        up += "..\\";
+    }
+    EXPECT_EQ(std::get<1>(load("[Tarnwick]\r\nInputFolder=" + up + "x\r\nOutputFolder=Out\r\nScript=s.py\r\n")),
+              Wide(base.substr(0, 2) + u"\\x"));
     std::filesystem::remove_all(folder);
 }
 
@@ -101,6 +108,9 @@ TEST(PathRulesOnTheSystem, TheLinguisticOrderIgnoresCaseAndTheConfirmationFoldsO
     EXPECT_FALSE(PathLess(u"C:\\Ä", u"C:\\ä"));
     EXPECT_FALSE(PathLess(u"C:\\ä", u"C:\\Ä"));
     EXPECT_FALSE(PathIEquals(u"C:\\Ä", u"C:\\ä"));
+    EXPECT_FALSE(PathLess(u"C:\\Счета", u"C:\\счета"));
+    EXPECT_FALSE(PathLess(u"C:\\счета", u"C:\\Счета"));
+    EXPECT_FALSE(PathIEquals(u"C:\\Счета", u"C:\\счета"));
     EXPECT_TRUE(PathLess(u"C:\\a", u"C:\\a\\x"));
     EXPECT_TRUE(PathLess(u"C:\\a", u"C:\\b"));
     EXPECT_TRUE(IsSettingsChange(u"Invoices\\desktop.INI"));

@@ -1,5 +1,6 @@
 // The resources linked into TarnwickHotFolder.exe, read back by Windows
-// itself: the message table the event viewer renders reports with, the
+// itself: the message table the event viewer renders reports with (held
+// against the simulated event log's texts, which the native suites read), the
 // string that names the service and the event source, and the type library
 // against the contract of HotFolderLib (identity, locale, help strings, and
 // IFolderService's slots and DISPIDs).
@@ -8,9 +9,9 @@
 #include <oleauto.h>
 #include <wrl/client.h>
 
-#include "Catalogue.h"
 #include "WideText.h"
 #include "WineTestSupport.h"
+#include "platform/sim/SimEventLog.h"
 
 #include <gtest/gtest.h>
 
@@ -42,8 +43,8 @@ std::u16string AsFormattedWithoutInserts(std::u16string const& text)
     return out;
 }
 
-// Every catalogue text as the viewer formats it; ids outside the catalogue are
-// not found; string 100 names the service.
+// Every message as the viewer formats it is the simulated log's text, formatted
+// alike; an id without a text is not found either; string 100 names the service.
 TEST(ExecutableResources, MessageTableAndServiceNameAreAsTheViewerReadsThem)
 {
     std::wstring const path = WindowsPathFromEnvironment("HF_EXECUTABLE");
@@ -55,12 +56,10 @@ TEST(ExecutableResources, MessageTableAndServiceNameAreAsTheViewerReadsThem)
                                             MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), buffer, 1024, nullptr);
         return std::make_pair(ToUtf8(Utf16(std::wstring(buffer, length))), length == 0 ? GetLastError() : 0);
     };
-    for (auto const& entry : kCatalogue) {
-        EXPECT_EQ(format(entry.id), std::make_pair(ToUtf8(AsFormattedWithoutInserts(entry.text)), DWORD{0}))
-            << "message " << entry.id;
-    }
-    for (unsigned const id : {0u, static_cast<unsigned>(std::size(kCatalogue)) + 1, 100u}) {
-        EXPECT_EQ(format(id), std::make_pair(std::string(), DWORD{ERROR_MR_MID_NOT_FOUND})) << "message " << id;
+    for (unsigned id = 0; id <= 100; ++id) {
+        std::u16string const text = sim::MessageTableText(id);
+        ::DWORD const error = text.empty() ? ERROR_MR_MID_NOT_FOUND : 0;
+        EXPECT_EQ(format(id), std::make_pair(ToUtf8(AsFormattedWithoutInserts(text)), error)) << "message " << id;
     }
     wchar_t name[256] = {};
     EXPECT_EQ(std::wstring(name, LoadStringW(module, 100, name, 256)), L"Tarnwick Hot Folders");

@@ -1,26 +1,42 @@
 #!/usr/bin/env python3
-"""The whole system under Wine as an administrator and a user cause it: the
-service installed and started, a user added with HotFolderControl, the user's
-watcher started with -installuser, a file handed on, the service stopped and
-started again."""
+"""TarnwickHotFolder.exe run under Wine as an administrator and a user run it:
+with nothing registered, then its one-shot switches, per user and for the
+machine, and what they leave in the registry and with the service control
+manager; then the whole system: the service installed and started, a user
+added with HotFolderControl, the user's watcher started with -installuser, a
+file handed on, the service stopped and started again."""
 import time
 import unittest
 
-from registration import SERVICE, SERVICE_RUNNING, SERVICE_STOPPED, installed_service, serve_type_library_to_wine
-from winetest import SETTLE_SECONDS, USER, USERS_KEY, PrefixStory, has_event, poll
+from registration import (EVENT_SOURCE, SERVICE, SERVICE_RUNNING, SERVICE_STOPPED, installed_service,
+                          registered_type_library, registration, serve_type_library_to_wine, service_registration,
+                          tables)
+from winetest import (CATEGORY_SERVICE, CATEGORY_USER, ERROR, INFORMATION, SETTLE_SECONDS, USER, PrefixStory,
+                      has_event, poll)
+
+USER_CLASSES, MACHINE_CLASSES = r"HKCU\Software\Classes", r"HKLM\Software\Classes"
 
 
 class TheServiceEndToEnd(PrefixStory):
     prefix_name = "service_runs"
     hot_folder = True
 
+    def run_switch(self, switch):
+        self.last_run = self.prefix.run(self.prefix.executable, switch, timeout=120)
+        self.assertEqual(self.last_run.exit_code, 0, f"{switch}: {self.last_run.events}")
+
+    def assertTables(self, classes_root, expected):  # None: every key of the tables is missing
+        for key, tree in tables(self.prefix.executable).items():
+            self.assertEqual(self.prefix.reg_tree(classes_root + "\\" + key), expected and expected[key],
+                             f"{key} {self.last_run}")
+
     def drop_and_wait(self, name, expect_job):
         """Drops a file; the jobs once it has been handed on, or after long enough for it to have been."""
-        before = len(self.prefix.jobs())
+        before = len(self.prefix.journal())
         self.prefix.drop(name)
         self.prefix.wait_for_jobs(before + 1, timeout=30 if expect_job else SETTLE_SECONDS * 2 + 1)
         time.sleep(SETTLE_SECONDS + 1)  # long enough for a second job, were there one
-        return self.prefix.jobs()[before:]
+        return self.prefix.journal()[before:]
 
     def start_service(self, *awaited):  # -startservice, until the events `awaited` (predicates) come
         start = self.prefix.trace_size()
@@ -30,7 +46,64 @@ class TheServiceEndToEnd(PrefixStory):
     def service_state(self, awaited):  # the service reports its state just after its event says so
         return poll(lambda: installed_service(self.prefix, state=True), lambda state: state == awaited, timeout=30)
 
-    def test_the_service_runs_the_users_watcher_and_stopping_it_idles_the_watcher(self):
+    def test_1_without_the_service_the_entry_logs_its_command_line_and_why_it_failed(self):
+        # -startservice: the command line exactly as the process got it, then
+        # the missing service (1060); StartServiceW was never reached, so the
+        # exit code is its "failed" 0.
+        for line in (f'"{self.prefix.executable}" -startservice',
+                     f'"{self.prefix.executable}"   -StartService  "a \\"b\\" c" h\u00e9'):
+            run = self.prefix.run_command_line(line)
+            self.assertEqual((run.exit_code, [(e.event_id, e.type, e.category, e.strings) for e in run.events]),
+                             (0, [(19, INFORMATION, CATEGORY_USER, [line]),
+                                  (56, ERROR, CATEGORY_USER, ["Tarnwick Hot Folders", "1060"])]))
+
+        # No switch: the service path. The AppID the module reads to choose
+        # between service and local server is missing (2): message 58 under
+        # category 1, and the process ends with that code once the supervisor has.
+        run = self.prefix.run(self.prefix.executable, timeout=120)
+        self.assertEqual(run.exit_code, 2)
+        seen = [(e.event_id, e.type, e.category, e.strings) for e in run.events]
+        self.assertEqual(seen[0], (19, INFORMATION, CATEGORY_USER, [run.command_line]))
+        self.assertIn((58, ERROR, CATEGORY_SERVICE, ["2"]), seen)
+
+    def test_2_per_user_switches_write_only_the_users_classes(self):
+        self.run_switch("-RegServerPerUser")
+        self.assertTables(USER_CLASSES, tables(self.prefix.executable))
+        for key in tables(self.prefix.executable):
+            machine = self.prefix.reg_tree(MACHINE_CLASSES + "\\" + key) or {}
+            self.assertEqual({path: values for path, values in machine.items() if values}, {},
+                             f"{key}: no value of the tables under the machine's classes")
+        self.assertIsNone(installed_service(self.prefix))
+        self.assertIsNone(self.prefix.reg_tree(EVENT_SOURCE))
+        user = registered_type_library(self.prefix, USER_CLASSES)
+        machine = registered_type_library(self.prefix, MACHINE_CLASSES)
+
+        self.run_switch("-UnregServerPerUser")
+        self.assertTables(USER_CLASSES, None)
+        if user is None and machine is not None:
+            self.skipTest("Wine's RegisterTypeLibForUser registers the library for the whole machine "
+                          "(tests/wine/README.md)")
+        self.assertEqual(user["file"], ("REG_SZ", self.prefix.executable))
+        self.assertIsNone(machine)
+
+    def test_3_service_then_regserver_then_unregserver(self):
+        executable = self.prefix.executable
+        expected = service_registration(executable)
+        for switch, changes in (
+                ("-Service", {}),
+                ("-Service", {}),  # the service deleted and created again, all ends the same
+                # A plain local server: the service and LocalService go, the rest stays.
+                ("-RegServer", dict(tables(executable, service=True, local_service=False), service=None)),
+                # Unregistered: all but the event source goes.
+                ("-UnregServer", dict(dict.fromkeys(tables(executable)), library=None))):
+            self.run_switch(switch)
+            expected.update(changes)
+            self.assertEqual(registration(self.prefix, executable), expected, self.last_run)
+        for kept in (r"HKCR\AppID", r"HKCR\CLSID"):
+            self.assertIsNotNone(self.prefix.reg_tree(kept), kept)
+
+
+    def test_4_the_service_runs_the_users_watcher_and_stopping_it_idles_the_watcher(self):
         prefix = self.prefix
         self.assertEqual(prefix.run(prefix.executable, "-Service", timeout=120).exit_code, 0)
         serve_type_library_to_wine(prefix)
@@ -43,13 +116,10 @@ class TheServiceEndToEnd(PrefixStory):
         self.start_service(has_event(0, ["Service started/resumed"]), has_event(6))
         self.assertEqual(self.service_state(SERVICE_RUNNING), SERVICE_RUNNING)
 
-        # An administrator adds a user; the password is kept sealed.
-        password = "s3cret p\u00e4ss"
-        self.assertEqual(prefix.control("install-user", USER, input=f"{password}\n".encode()), (0, f"installed {USER}"))
-        kind, sealed = prefix.reg_tree(USERS_KEY)[""][USER]
-        self.assertEqual(kind, "REG_BINARY")
-        self.assertNotIn(password.encode("utf-16-le").hex().upper(), sealed)
-        self.assertGreater(len(sealed), 0)
+        # An administrator adds a user (test_supervisor_runs.py looks for its
+        # password in the registry).
+        self.assertEqual(prefix.control("install-user", USER, input="s3cret p\u00e4ss\n".encode()),
+                         (0, f"installed {USER}"))
         self.assertEqual(prefix.control("is-installed", USER), (0, f"{USER} is installed"))
         code, output = prefix.control("uninstall-user", "OFFICE\\nobody")
         self.assertEqual(code, 1)
@@ -90,6 +160,7 @@ class TheServiceEndToEnd(PrefixStory):
         self.assertNotIn(49, [e.event_id for e in events])
         self.assertEqual(self.drop_and_wait("c.pdf", expect_job=False), [])
         self.assertIsNone(self.watcher.poll())
+
 
 
 if __name__ == "__main__":

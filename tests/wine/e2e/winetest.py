@@ -176,12 +176,8 @@ class Prefix:
         self.launcher = os.environ["HF_LAUNCHER"]
 
     @classmethod
-    def create(cls, path, template=None):
-        return cls(clone_prefix(template or os.environ["HF_WINE_TEMPLATE"], path))
-
-    @classmethod
     def for_test(cls, name):
-        return cls.create(Path(os.environ["HF_E2E_DIR"]) / name)
+        return cls(clone_prefix(os.environ["HF_WINE_TEMPLATE"], Path(os.environ["HF_E2E_DIR"]) / name))
 
     def start(self):
         start_server(self.path)
@@ -189,13 +185,10 @@ class Prefix:
     def stop(self):
         stop_server(self.path)
 
-    def environment(self, debug="-all", extra=None):
-        return wine_environment(self.path, debug, extra)
-
     def wine(self, *arguments, timeout=60, check=True, input=None, debug="-all"):
         """Runs `wine ARGUMENTS...`; its output is decoded from code page 437,
         the OEM code page of the en-US locale that C.UTF-8 gives."""
-        result = subprocess.run(["wine", *arguments], env=self.environment(debug), capture_output=True,
+        result = subprocess.run(["wine", *arguments], env=wine_environment(self.path, debug), capture_output=True,
                                 timeout=timeout, check=False,
                                 **({"input": input} if input is not None else {"stdin": subprocess.DEVNULL}))
         result.stdout = result.stdout.decode("cp437")
@@ -234,7 +227,7 @@ class Prefix:
     def launch(self, program, *arguments, extra=None, **options):
         """Starts `program` in the prefix, tracing the events to the trace file, `extra` added to its environment."""
         with open(self.trace_path, "ab") as trace:
-            return subprocess.Popen(["wine", program, *arguments], env=self.environment(EVENT_TRACE, extra),
+            return subprocess.Popen(["wine", program, *arguments], env=wine_environment(self.path, EVENT_TRACE, extra),
                                     stdin=options.pop("stdin", subprocess.DEVNULL), stderr=trace, **options)
 
     def run_command_line(self, line, timeout=60):
@@ -256,12 +249,6 @@ class Prefix:
     def run(self, program, *arguments, timeout=60):
         return self.run_command_line(command_line(program, *arguments), timeout)
 
-    def start_in_background(self, program, *arguments, extra=None):
-        """Starts a program through the launcher, `extra` added to its
-        environment; stop() ends it with the prefix, then wait() for it."""
-        return self.launch(self.launcher, extra=dict(extra or {}, HF_LAUNCH_COMMAND_LINE=command_line(
-            program, *arguments)), stdout=subprocess.DEVNULL, start_new_session=True)
-
     def give_user_a_hot_folder(self):
         """The user's hot folder Invoices (input C:\\In, outside the root, output
         C:\\Out), made before any watcher starts; starts the prefix and names the
@@ -280,9 +267,11 @@ class Prefix:
         return self.path / "drive_c" / "users" / getpass.getuser() / "AppData" / "Local" / "Tarnwick Hot Folders"
 
     def start_watcher(self, switch="-currentuser", plug_in="-lifetime:180000"):
-        """Starts the executable as the user's watcher and waits until it
-        watches its root; the test plug-in it starts journals to C:\\journal.txt."""
-        watcher = self.start_in_background(self.executable, switch, extra={
+        """Starts the executable as the user's watcher through the launcher and
+        waits until it watches its root; the test plug-in it starts journals to
+        C:\\journal.txt. stop() ends the watcher with the prefix, then wait() for it."""
+        watcher = self.launch(self.launcher, stdout=subprocess.DEVNULL, start_new_session=True, extra={
+            "HF_LAUNCH_COMMAND_LINE": command_line(self.executable, switch),
             "TARNWICK_TEST_PLUGIN": rf"-journal:C:\journal.txt {plug_in}"})
         self.wait_for_events(has_event(60), timeout=60)
         return watcher
@@ -297,16 +286,14 @@ class Prefix:
         (self.path / "drive_c" / "In" / name).write_bytes(b"%PDF-1.4 " + name.encode())
 
     def journal(self, kind="job"):
-        """The test plug-in's journal lines of a kind, split at tabs, without the kind."""
+        """The test plug-in's journal lines of a kind, split at tabs, without the kind
+        (a job's: number, input, script, output folder, reply, outcome, received)."""
         journal = self.path / "drive_c" / "journal.txt"
         lines = journal.read_text(encoding="utf-8").splitlines() if journal.exists() else []
         return [line.split("\t")[1:] for line in lines if line.split("\t")[0] == kind]
 
-    def jobs(self):  # [number, input, script, output folder, reply, outcome, received]
-        return self.journal("job")
-
     def wait_for_jobs(self, count, timeout=30):  # the jobs once there are `count`, or after `timeout` s
-        return poll(self.jobs, lambda jobs: len(jobs) >= count, timeout, 0.05)
+        return poll(self.journal, lambda jobs: len(jobs) >= count, timeout, 0.05)
 
     def trace_size(self):
         return self.trace_path.stat().st_size if self.trace_path.exists() else 0

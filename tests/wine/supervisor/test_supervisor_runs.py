@@ -99,7 +99,7 @@ class SupervisorUnderWine(PrefixStory):
         self.assertEqual(self.inputs(3), inputs)
         # Each reply 0 has the link end the plug-in it started as service: every
         # job finds a fresh one (its first job), started by its bare file name.
-        self.assertEqual([job[:6] for job in self.prefix.jobs()],
+        self.assertEqual([job[:6] for job in self.prefix.journal()],
                          [["1", path, "C:\\Scripts\\stamp.py", "C:\\Out", "reply 0", "copied"] for path in inputs])
         plug_in_pipe = "\\\\.\\pipe\\Tarnwick_PlugIn_" + user.replace("\\", "_")
         self.assertEqual(self.prefix.journal("started"), [[plug_in_pipe, "TestPlugIn.exe"]] * 3)

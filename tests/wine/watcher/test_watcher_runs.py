@@ -47,7 +47,7 @@ class WatcherRuns(PrefixStory):
 
     def jobs_from(self, folder):
         """(input, script) of the jobs from `folder` (a Windows path), in the order the plug-in got them."""
-        return [(job[1], job[2]) for job in self.prefix.jobs() if job[1].rsplit("\\", 1)[0] == folder]
+        return [(job[1], job[2]) for job in self.prefix.journal() if job[1].rsplit("\\", 1)[0] == folder]
 
     def wait_for_jobs(self, folder, count, stall=STALLED_SECONDS):
         """The jobs from `folder` once there are `count`; fails once none has come for `stall` s."""
@@ -72,7 +72,7 @@ class WatcherRuns(PrefixStory):
         self.wait_for_jobs(r"C:\In", 1, stall=30)
         self.assertGreaterEqual(time.monotonic() - written, SETTLE_SECONDS)
         time.sleep(SETTLE_SECONDS + 1)  # long enough for a second job, were there one
-        self.assertEqual([job[1:4] for job in self.prefix.jobs()],
+        self.assertEqual([job[1:4] for job in self.prefix.journal()],
                          [["C:\\In\\a.pdf", "C:\\Scripts\\stamp.py", "C:\\Out"]])
         self.assertEqual((self.output / "a.pdf").read_bytes(), b"%PDF-1.4 first")
         self.assertIn(["C:\\In", "a.pdf"], self.prefix.since(0, 38))
@@ -94,7 +94,7 @@ class WatcherRuns(PrefixStory):
         self.assertEqual(self.jobs_from(r"C:\Shared"), expected)
         # Not as service, the plug-in answering 1 is kept: one started it, numbering every job.
         self.assertEqual(len(self.prefix.journal("started")), 1)
-        self.assertEqual([int(job[0]) for job in self.prefix.jobs()], list(range(1, len(expected) + 2)))
+        self.assertEqual([int(job[0]) for job in self.prefix.journal()], list(range(1, len(expected) + 2)))
 
     def test_3_a_renamed_file_is_handed_on_under_its_new_name_only(self):
         os.rename(self.renames / "a.txt", self.renames / "b.txt")

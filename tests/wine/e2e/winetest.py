@@ -196,10 +196,6 @@ class Prefix:
             raise RuntimeError(f"wine {' '.join(arguments)} exited with {result.returncode}: {result.stderr!r}")
         return result
 
-    def reg_add(self, key, value=None, data=None, kind="REG_SZ"):
-        self.wine("reg", "add", key, "/f", *(["/v", value] if value else ["/ve"]),
-                  *(["/t", kind, "/d", data] if data is not None else []))
-
     def reg_tree(self, key):
         """`wine reg query /s` as {path below `key` ("" for itself): {value name
         ("" for the default): (type, data)}}; None when the key is missing."""
@@ -259,8 +255,8 @@ class Prefix:
         (self.root() / "Invoices" / "Desktop.ini").write_bytes(
             b"[.ShellClassInfo]\r\n" + desktop_ini(r"C:\In", r"C:\Out", r"C:\Scripts\stamp.py"))
         self.start()
-        self.reg_add(r"HKLM\Software\Tarnwick\AcrobatPath", None,
-                     windows_path(build_file("tools", "TestPlugIn", "TestPlugIn.exe")))
+        self.wine("reg", "add", r"HKLM\Software\Tarnwick\AcrobatPath", "/f", "/ve", "/d",
+                  windows_path(build_file("tools", "TestPlugIn", "TestPlugIn.exe")))
         return drive_c / "In", drive_c / "Out"
 
     def root(self):

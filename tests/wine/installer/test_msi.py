@@ -76,7 +76,7 @@ class MsiStory(PrefixStory):
         # An installer's custom actions run on a desktop no one sees, where a
         # message box waits for ever; Wine's null display driver does the
         # same (without it, Wine's MessageBoxW returns at once).
-        prefix.reg_add(r"HKCU\Software\Wine\Drivers", "Graphics", "null")
+        prefix.wine("reg", "add", r"HKCU\Software\Wine\Drivers", "/f", "/v", "Graphics", "/d", "null")
         prefix.stop()
         prefix.start()
         # A service manager that refuses to create the service (another

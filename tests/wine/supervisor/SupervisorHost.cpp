@@ -3,7 +3,6 @@
 // It takes one command a line on standard input and answers each with one
 // line on standard output:
 //   whoami                  user DOMAIN\name, the account as a watcher names its pipe
-//   list-pipes              pipes <1 when \\.\pipe\* could be listed, else 0> <last error>
 //   install NAME PASSWORD   installed <UserStore::Install's result>
 //   start                   started (the supervisor thread runs)
 //   post CODE [ARGUMENT]    posted (CODE in hexadecimal, onto the process's command queue)
@@ -12,8 +11,6 @@
 #include "WideText.h"
 #include "acrobat/PipeNames.h"
 #include "platform/Constants.h"
-#include "platform/Errors.h"
-#include "platform/Files.h"
 #include "platform/Process.h"
 #include "platform/UniqueHandle.h"
 #include "supervisor/CommandQueue.h"
@@ -40,10 +37,6 @@ int wmain()
         line >> command >> first >> second;
         if (command == "whoami") {
             Answer("user " + ToUtf8(GetCurrentUserName()));
-        } else if (command == "list-pipes") {
-            os::WIN32_FIND_DATAW found;
-            UniqueFindHandle const listing(os::FindFirstFileW(u"\\\\.\\pipe\\*", &found));
-            Answer("pipes " + std::to_string(listing ? 1 : 0) + " " + std::to_string(os::GetLastError()));
         } else if (command == "install") {
             Answer("installed " + std::to_string(UserStore::Open().Install(FromUtf8(first), FromUtf8(second))));
         } else if (command == "start") {

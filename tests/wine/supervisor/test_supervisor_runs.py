@@ -59,13 +59,6 @@ class SupervisorUnderWine(PrefixStory):
             self.prefix.drop(drop)
         return [job[1] for job in self.prefix.wait_for_jobs(count, timeout)]
 
-    def test_pipes_cannot_be_listed_under_wine(self):
-        answer = self.ask("list-pipes")
-        if answer == "pipes 0 66":
-            self.skipTest("Wine cannot list \\\\.\\pipe\\* (FindFirstFileW fails with 66), so the supervisor "
-                          "reconnects no running watcher at start; the simulated stories cover the reconnection")
-        self.assertEqual(answer.split()[:2], ["pipes", "1"])
-
     def test_the_supervisor_launches_then_switches_an_announced_watcher(self):
         user = self.ask("whoami").split(" ", 1)[1]
         self.assertEqual(self.ask(f"install {user} {self.password}"), "installed 0")

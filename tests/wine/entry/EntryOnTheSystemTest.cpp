@@ -1,13 +1,7 @@
-// What Windows itself gives the executable at its entry and makes of its
-// resources. The command line split by the real CommandLineToArgvW is held
-// against the simulated hf::sim::SplitCommandLine on the kinds of line the
-// native and end-to-end stories give the executable; the module path as the
-// system reports it. The resources linked into TarnwickHotFolder.exe, read
-// back by the system: the message table the event viewer renders reports with
-// (held against the simulated event log's texts, which the native suites
-// read), the string that names the service and the event source, and the type
-// library's types against the contract of HotFolderLib (its identity, locale,
-// version and name are what the registration stories find registered).
+// What Windows gives the executable at its entry and makes of its resources:
+// its command line split by the real CommandLineToArgvW, held against the
+// simulated one, its module path, and the resources of TarnwickHotFolder.exe
+// read back by the system.
 #include <windows.h>
 
 #include <oleauto.h>
@@ -49,7 +43,8 @@ std::u16string ModulePath()
     return Utf16(std::wstring(path, GetModuleFileNameW(nullptr, path, MAX_PATH)));
 }
 
-// Each row: a command line and its arguments as Windows splits it.
+// Each row: a kind of command line the native and end-to-end stories give the
+// executable, and its arguments as Windows splits it.
 std::pair<const char16_t*, Arguments> const kTable[] = {
     // Blanks and tabs separate, also after the program name.
     {u"hf.exe\t \t-a\t\t-b  ", {u"hf.exe", u"-a", u"-b"}},
@@ -64,10 +59,8 @@ std::pair<const char16_t*, Arguments> const kTable[] = {
      {u"hf.exe", u"\"one", u"\\two", u"\\\"three", u"\\\\four", u"end"}},
     {u"hf.exe \"a \\\"b\\\" c\" \"two\\\\\" \"three\\\\\\\" still\" end",
      {u"hf.exe", u"a \"b\" c", u"two\\", u"three\\\" still", u"end"}},
-    // The program name has no escapes; a leading quote runs to the next quote.
+    // A program name that starts with a quote runs to the next quote.
     {u"\"C:\\Program Files\\hf.exe\" -pause", {u"C:\\Program Files\\hf.exe", u"-pause"}},
-    {u"\"spaced exe\\\"arg1 arg2", {u"spaced exe\\", u"arg1", u"arg2"}},
-    {u"hf\"file\"path arg1", {u"hf\"file\"path", u"arg1"}},
 };
 
 TEST(CommandLineSplit, SimulationAndSystemSplitAsWindowsDoes)
@@ -117,8 +110,9 @@ std::u16string AsFormattedWithoutInserts(std::u16string const& text)
     return out;
 }
 
-// Every message as the viewer formats it is the simulated log's text, formatted
-// alike; an id without a text is not found either; string 100 names the service.
+// The message table the event viewer renders reports with: every message is the
+// simulated log's text (which the native suites read), formatted alike; an id
+// without a text is not found either. String 100 names the service.
 TEST(ExecutableResources, MessageTableAndServiceNameAreAsTheViewerReadsThem)
 {
     std::wstring const path = WindowsPathFromEnvironment("HF_EXECUTABLE");
@@ -153,6 +147,8 @@ std::wstring HelpString(ITypeInfo* type, MEMBERID member)
     return result;
 }
 
+// The types of HotFolderLib as the contract gives them (the library's identity,
+// locale, version and name are what the registration stories find registered).
 TEST(TypeLibrary, HotFolderLibDescribesFolderServiceAsTheContractSays)
 {
     Microsoft::WRL::ComPtr<ITypeLib> library;

@@ -61,9 +61,8 @@ class TheServiceEndToEnd(PrefixStory):
         # category 1, and the process ends with that code once the supervisor has.
         run = self.prefix.run(self.prefix.executable, timeout=120)
         self.assertEqual(run.exit_code, 2)
-        seen = [(e.event_id, e.type, e.category, e.strings) for e in run.events]
-        self.assertEqual(seen[0], (19, INFORMATION, CATEGORY_USER, [run.command_line]))
-        self.assertIn((58, ERROR, CATEGORY_SERVICE, ["2"]), seen)
+        self.assertIn((58, ERROR, CATEGORY_SERVICE, ["2"]),
+                      [(e.event_id, e.type, e.category, e.strings) for e in run.events])
 
     def test_2_per_user_switches_write_only_the_users_classes(self):
         self.run_switch("-RegServerPerUser")
@@ -98,8 +97,6 @@ class TheServiceEndToEnd(PrefixStory):
             self.run_switch(switch)
             expected.update(changes)
             self.assertEqual(registration(self.prefix, executable), expected, self.last_run)
-        for kept in (r"HKCR\AppID", r"HKCR\CLSID"):
-            self.assertIsNotNone(self.prefix.reg_tree(kept), kept)
 
 
     def test_4_the_service_runs_the_users_watcher_and_stopping_it_idles_the_watcher(self):

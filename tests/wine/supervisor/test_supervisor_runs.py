@@ -25,24 +25,17 @@ class SupervisorUnderWine(PrefixStory):
     password = "Tw-" + secrets.token_hex(12)
     transcript = []
 
-    @classmethod
-    def setUpClass(cls):
-        super().setUpClass()
-        cls.host = cls.prefix.launch(str(HOST), stdin=subprocess.PIPE, stdout=subprocess.PIPE, start_new_session=True)
-        cls.answers = queue.Queue()
-        threading.Thread(target=lambda: [cls.answers.put(line.decode("utf-8", "replace").strip())
-                                         for line in cls.host.stdout], daemon=True).start()
+    def start_host(self):  # its answers are read on a thread of their own; it ends with the test at the latest
+        self.host = self.prefix.launch(str(HOST), stdin=subprocess.PIPE, stdout=subprocess.PIPE, start_new_session=True)
+        self.answers = queue.Queue()
+        threading.Thread(target=lambda: [self.answers.put(line.decode("utf-8", "replace").strip())
+                                         for line in self.host.stdout], daemon=True).start()
+        self.addCleanup(self.end_host)
 
-    @classmethod
-    def tearDownClass(cls):
-        cls.end_host()
-        super().tearDownClass()
-
-    @classmethod
-    def end_host(cls):
-        if not cls.host.stdin.closed:
-            cls.host.stdin.close()
-            cls.host.wait(timeout=30)
+    def end_host(self):
+        if not self.host.stdin.closed:
+            self.host.stdin.close()
+            self.host.wait(timeout=30)
 
     def ask(self, line):
         self.host.stdin.write((line + "\n").encode())
@@ -60,6 +53,7 @@ class SupervisorUnderWine(PrefixStory):
         return [job[1] for job in self.prefix.wait_for_jobs(count, timeout)]
 
     def test_the_supervisor_launches_then_switches_an_announced_watcher(self):
+        self.start_host()
         user = self.ask("whoami").split(" ", 1)[1]
         self.assertEqual(self.ask(f"install {user} {self.password}"), "installed 0")
         self.assertEqual(self.ask("start"), "started")

@@ -13,14 +13,11 @@ int wmain(int argc, wchar_t** argv)
     SC_HANDLE const manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
     SC_HANDLE const service =
         manager && argc == 2 ? OpenServiceW(manager, argv[1], SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS) : nullptr;
-    DWORD needed = 0;
-    if (service) {
-        QueryServiceConfigW(service, nullptr, 0, &needed);
-    }
-    std::vector<BYTE> buffer(needed);
+    std::vector<BYTE> buffer(8192);  // the largest configuration the manager gives
     auto* config = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer.data());
+    DWORD needed = 0;
     SERVICE_STATUS status{};
-    if (!service || !QueryServiceConfigW(service, config, needed, &needed) || !QueryServiceStatus(service, &status)) {
+    if (!service || !QueryServiceConfigW(service, config, 8192, &needed) || !QueryServiceStatus(service, &status)) {
         std::fprintf(stderr, "cannot query the service: %lu\n", GetLastError());
         return 1;
     }

@@ -16,10 +16,6 @@ inline std::u16string Utf16(std::wstring const& text)
     return std::u16string(text.begin(), text.end());
 }
 
-// The Windows path, through Wine's Z: drive, of the Unix path in an
-// environment variable CTest gives the suites (HF_EXECUTABLE); empty when unset.
-std::wstring WindowsPathFromEnvironment(char const* variable);
-
 // True under Wine rather than Windows (ntdll exports wine_get_version).
 bool RunningUnderWine();
 

@@ -15,6 +15,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -89,10 +90,21 @@ TEST(ModulePath, ACutPathIsTerminatedAndReportedAsInsufficientBuffer)
     EXPECT_EQ(Utf16(small), ModulePath().substr(0, 7) + u'\0');
 }
 
+// The executable's Windows path, through Wine's Z: drive, from the Unix path
+// CTest gives in HF_EXECUTABLE.
+std::wstring ExecutablePath()
+{
+    char const* const unixPath = std::getenv("HF_EXECUTABLE");
+    std::wstring path = L"Z:";
+    for (char const* c = unixPath; c && *c != 0; ++c) {
+        path += *c == '/' ? L'\\' : static_cast<wchar_t>(static_cast<unsigned char>(*c));
+    }
+    return path;
+}
+
 // FormatMessageW with FORMAT_MESSAGE_IGNORE_INSERTS keeps the inserts (%1 to
-// %99, and so the %s of messages 59 and 60) but still turns %n into CR LF, %r
-// into CR and %t into a tab; %0 ends the text (as Wine's conformance tests,
-// which pass on Windows, pin down).
+// %99, so the %s of messages 59 and 60 too) but turns %n into CR LF, %r into
+// CR, %t into a tab, and ends the text at %0 (Wine's tests, passing on Windows).
 std::u16string AsFormattedWithoutInserts(std::u16string const& text)
 {
     std::u16string out;
@@ -115,7 +127,7 @@ std::u16string AsFormattedWithoutInserts(std::u16string const& text)
 // without a text is not found either. String 100 names the service.
 TEST(ExecutableResources, MessageTableAndServiceNameAreAsTheViewerReadsThem)
 {
-    std::wstring const path = WindowsPathFromEnvironment("HF_EXECUTABLE");
+    std::wstring const path = ExecutablePath();
     HMODULE const module = LoadLibraryExW(path.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
     ASSERT_NE(module, nullptr) << "cannot load " << ToUtf8(Utf16(path)) << ", error " << GetLastError();
     auto format = [&](unsigned id) {
@@ -152,8 +164,7 @@ std::wstring HelpString(ITypeInfo* type, MEMBERID member)
 TEST(TypeLibrary, HotFolderLibDescribesFolderServiceAsTheContractSays)
 {
     Microsoft::WRL::ComPtr<ITypeLib> library;
-    ASSERT_EQ(LoadTypeLibEx(WindowsPathFromEnvironment("HF_EXECUTABLE").c_str(), REGKIND_NONE, &library), S_OK);
-    EXPECT_EQ(library->GetTypeInfoCount(), 2u);
+    ASSERT_EQ(LoadTypeLibEx(ExecutablePath().c_str(), REGKIND_NONE, &library), S_OK);
 
     // The class: creatable, with the interface as its one, default, interface.
     Microsoft::WRL::ComPtr<ITypeInfo> coclass;

@@ -29,8 +29,7 @@ import unittest
 from pathlib import Path
 
 EVENT_TRACE = "-all,+eventlog,fixme+advapi"
-REWRITTEN_FILES = ("system.reg", "user.reg", "userdef.reg", "drive_c/windows/win.ini",
-                   "drive_c/windows/system.ini")
+REWRITTEN_FILES = ("system.reg", "user.reg", "userdef.reg", "drive_c/windows/win.ini", "drive_c/windows/system.ini")
 TEMPLATE_MARK = ".hf-template"
 BOOTED_MARK = ".hf-booted"
 REGISTRY_ROOTS = {"HKCR": "HKEY_CLASSES_ROOT", "HKCU": "HKEY_CURRENT_USER", "HKLM": "HKEY_LOCAL_MACHINE"}
@@ -325,9 +324,8 @@ def build_file(*parts):
 
 
 class PrefixStory(unittest.TestCase):
-    """A story in a fresh prefix named `prefix_name`, started before its tests
-    (with the user's hot folder when `hot_folder`) and stopped after them,
-    ending the story's `watcher`."""
+    """A story in a fresh prefix named `prefix_name`, started before its tests (with the user's hot folder
+    when `hot_folder`) and stopped after them, ending the story's `watcher`."""
     prefix_name = None
     hot_folder = False
     watcher = None

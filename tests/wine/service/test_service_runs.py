@@ -1,10 +1,7 @@
 #!/usr/bin/env python3
-"""TarnwickHotFolder.exe run under Wine as an administrator and a user run it:
-with nothing registered, then its one-shot switches, per user and for the
-machine, and what they leave in the registry and with the service control
-manager; then the whole system: the service installed and started, a user
-added with HotFolderControl, the user's watcher started with -installuser, a
-file handed on, the service stopped and started again."""
+"""TarnwickHotFolder.exe run under Wine in a fresh prefix as an administrator
+and a user run it: its one-shot switches and what they leave in the registry
+and with the service control manager, then the service running a user's watcher."""
 import time
 import unittest
 

@@ -14,8 +14,7 @@
 namespace hf::test {
 namespace {
 
-// The switch is found in the raw command line, the program's path included:
-// a whole word after "-" or "/".
+// The switch is found in the raw command line, the program's path included: a whole word after "-" or "/".
 TEST(OneShotSwitches, AreFoundByTheRawLineRules)
 {
     using S = OneShotSwitch;

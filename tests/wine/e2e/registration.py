@@ -103,15 +103,14 @@ def serve_type_library_to_wine(prefix):
 def listing(trees):
     """`trees` as the native suite lists a registry branch: "KEY|name=type:data" a value, "KEY" a key without values,
     keys upper-cased as the registry keeps them, types by number, data other than text in little-endian hex."""
-    keys = {(key + "\\" + sub).rstrip("\\"): values for key, subs in trees.items() for sub, values in subs.items()}
-    bare = {key for key, values in keys.items() if not values} | ({key.rsplit("\\", 1)[0] for key in keys} - set(keys))
-    lines = {key.upper() for key in bare}
+    keys = {(key + "\\" + sub).rstrip("\\").upper(): values
+            for key, subs in trees.items() for sub, values in subs.items()}
+    lines = {key for key, values in keys.items() if not values} | ({key.rsplit("\\", 1)[0] for key in keys} - set(keys))
     for key, values in keys.items():
         for name, (kind, data) in values.items():
-            if kind == "REG_DWORD":
-                data = int(data, 16).to_bytes(4, "little").hex()
+            data = int(data, 16).to_bytes(4, "little").hex() if kind == "REG_DWORD" else data
             number = {"REG_SZ": 1, "REG_BINARY": 3, "REG_DWORD": 4}[kind]
-            lines.add(f"{key.upper()}|{name}={number}:" + (data if kind == "REG_SZ" else data.lower()))
+            lines.add(f"{key}|{name}={number}:" + (data if kind == "REG_SZ" else data.lower()))
     return lines
 
 

@@ -15,10 +15,7 @@
 namespace hf::test {
 
 // UTF-8 of a UTF-16 text, for readable assertions.
-inline std::string U8(std::u16string const& text)
-{
-    return ToUtf8(text);
-}
+inline constexpr auto& U8 = ToUtf8;
 
 class SimTest : public ::testing::Test {
 protected:

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <set>
+#include <utility>
 
 namespace hf::test {
 namespace {
@@ -40,12 +41,6 @@ constexpr char16_t kEventSources[] = u"SYSTEM\\CurrentControlSet\\Services\\Even
 // registry keeps them.
 using Listing = std::set<std::string>;
 
-Listing operator+(Listing listing, Listing const& more)
-{
-    listing.insert(more.begin(), more.end());
-    return listing;
-}
-
 // Other programs' keys, which stay.
 Listing const kOthers = {"APPID", "APPID\\OTHER.EXE|AppID=1:{other}", "CLSID", "CLSID\\{0}|=1:x"};
 
@@ -64,12 +59,12 @@ std::vector<BYTE> SourceFile(std::string const& relative)
 
 // What a switch must write, from the reference the Wine stories hold the real executable against: "server" (both
 // tables), "service" (with LocalService and AccessPermission), "service-then-server" (-RegServer took LocalService
-// away) or "events" (the event source's key).
-Listing Contract(std::string const& name)
+// away) or "events" (the event source's key); with `more` besides.
+Listing Contract(std::string const& name, Listing more = {})
 {
     std::string const command =
         "python3 " + SourcePath("tests/wine/e2e/registration.py") + " " + name + " '" + U8(kExe) + "'";
-    Listing listing;
+    Listing listing = std::move(more);
     FILE* const pipe = popen(command.c_str(), "r");
     for (char line[512]; pipe && std::fgets(line, sizeof line, pipe) != nullptr;) {
         listing.insert(std::string(line, std::strcspn(line, "\n")));
@@ -134,28 +129,27 @@ protected:
 // fills its 260-character buffer is no path: the service gets none and stays on demand.
 TEST_F(RegistrationTest, OneShotSwitchesWriteExactlyTheContractAndUndoIt)
 {
-    Listing const server = Contract("server");
     world().registry.SetString(HKEY_CLASSES_ROOT, kClass + u"\\InprocServer32", u"", u"old.dll");
     world().registry.SetString(HKEY_CLASSES_ROOT, kClass, u"Stale", u"x");
     world().registry.SetString(HKEY_CLASSES_ROOT, kClass + u"\\Programmable\\Old", u"", u"x");
     EXPECT_EQ(Run(u"/regserver\t-x"), 0);
-    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), server + kOthers);
+    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), Contract("server", kOthers));
     EXPECT_TRUE(TheService() == nullptr && Dump(HKEY_LOCAL_MACHINE, kEventSources).empty()) << "no service";
     EXPECT_EQ(world().processes.threadsCreated, 0) << "a one-shot switch starts no supervisor";
 
     EXPECT_EQ(Run(u"-RegServerPerUser"), 0);
-    EXPECT_EQ(Dump(HKEY_CURRENT_USER, u"Software\\Classes"), server);
+    EXPECT_EQ(Dump(HKEY_CURRENT_USER, u"Software\\Classes"), Contract("server"));
     auto const& libraries = world().com.typeLibraries;  // the executable's, for the machine, then per user
     ASSERT_EQ(libraries.size(), 2u);
     EXPECT_TRUE(libraries[0].file == kExe && libraries[1].file == kExe && libraries[1].perUser > libraries[0].perUser);
     EXPECT_EQ(Run(u"-UnregServerPerUser -RegServer"), 0);  // the leftmost switch counts
     EXPECT_EQ(Dump(HKEY_CURRENT_USER, u"Software\\Classes"), (Listing{"APPID", "CLSID"}));
-    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), server + kOthers);
+    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), Contract("server", kOthers));
 
     EXPECT_EQ(Run(u"-Service"), 0);
     TheService()->state = SERVICE_RUNNING;
     EXPECT_EQ(Run(u"-Service"), 0);
-    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), Contract("service") + kOthers);
+    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), Contract("service", kOthers));
     EXPECT_EQ(Dump(HKEY_LOCAL_MACHINE, kEventSources), Contract("events"));
     sim::Service const& s = *TheService();  // the running service was stopped, deleted and created again
     EXPECT_EQ(U8(s.binaryPath) + std::to_string(s.startType) + std::to_string(s.state), U8(kQuotedExe) + "21");
@@ -171,7 +165,7 @@ TEST_F(RegistrationTest, OneShotSwitchesWriteExactlyTheContractAndUndoIt)
     EXPECT_TRUE(world().registry.Value(HKEY_CLASSES_ROOT, kAppIdKey, u"LocalService")) << "nothing else happened";
     EXPECT_EQ(Run(u"-Service -RegServer"), 0);  // the server switches come first
     EXPECT_EQ(TheService(), nullptr);
-    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), Contract("service-then-server") + kOthers);  // AccessPermission stays
+    EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), Contract("service-then-server", kOthers));  // AccessPermission stays
     world().faults.Fail("CreateServiceW", ERROR_ACCESS_DENIED);
     EXPECT_EQ(Run(u"-Service"), kFailed);
     std::string shown;

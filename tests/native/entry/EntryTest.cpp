@@ -1,5 +1,4 @@
-// The process entry run whole: which role a command line chooses, what every
-// run reports first, and what each role leaves behind.
+// The process entry run whole: the role a command line chooses, the first report, what each role leaves behind.
 #include "Entry.h"
 #include "InstallUserAction.h"
 #include "ProgramSwitches.h"

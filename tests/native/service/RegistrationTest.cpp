@@ -1,5 +1,4 @@
-// The one-shot switches run whole, as an administrator runs them; the expected data comes from the registration
-// contract as tests/wine/e2e/registration.py writes it out, not from the REGISTRY resources.
+// The one-shot switches run whole, as an administrator runs them.
 #include "Entry.h"
 #include "SimTest.h"
 #include "service/OneShotSwitches.h"
@@ -57,9 +56,9 @@ std::vector<BYTE> SourceFile(std::string const& relative)
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-// What a switch must write, from the reference the Wine stories hold the real executable against: "server" (both
-// tables), "service" (with LocalService and AccessPermission), "service-then-server" (-RegServer took LocalService
-// away) or "events" (the event source's key); with `more` besides.
+// What a switch must write, from the contract as the Wine stories' reference writes it out (not from the REGISTRY
+// resources): "server" (both tables), "service" (with LocalService and AccessPermission), "service-then-server"
+// (-RegServer took LocalService away) or "events" (the event source's key); with `more` besides.
 Listing Contract(std::string const& name, Listing more = {})
 {
     std::string const command =

@@ -1,5 +1,4 @@
-// The service module: the AppID decides between service and local server; the service turns control
-// requests into commands; the local server ends after its last COM reference; FolderService on the store.
+// The service module as a service and as a local server, and FolderService's objects.
 #include "ServiceIdentity.h"
 #include "SimTest.h"
 #include "platform/Com.h"

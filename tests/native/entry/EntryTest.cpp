@@ -47,10 +47,9 @@ protected:
         process.commandLine = u"\"" + std::u16string(kExe) + u"\" " + arguments;
         EXPECT_EQ(HotFolderMain(nullptr, 1), expectedExit);
         sim::EventRecord const first = world().eventLog.Records().at(0);
-        EXPECT_EQ(std::vector<DWORD>({first.eventId, first.type, first.category}),
-                  std::vector<DWORD>({MSG_LAUNCHED_WITH_COMMANDLINE, EVENTLOG_INFORMATION_TYPE, kCategoryUser}));
-        EXPECT_EQ(first.strings, (std::vector<std::u16string>{process.commandLine}));
-        EXPECT_EQ(U8(first.userSid), U8(process.ownerSid));
+        EXPECT_EQ(std::tuple(first.eventId, first.type, first.category, first.strings, first.userSid),
+                  std::tuple(DWORD{MSG_LAUNCHED_WITH_COMMANDLINE}, WORD{EVENTLOG_INFORMATION_TYPE}, WORD{kCategoryUser},
+                             std::vector{process.commandLine}, process.ownerSid));
         auto texts = RenderedEvents();
         return {texts.begin() + 1, texts.end()};
     }

@@ -1,5 +1,4 @@
-// The base fixture of the native suites: every test starts on a freshly reset
-// simulated machine, as a fresh process.
+// The base fixture of the native suites: every test starts on a freshly reset simulated machine, as a fresh process.
 #pragma once
 
 #include "WideText.h"
@@ -16,10 +15,7 @@
 namespace hf::test {
 
 // UTF-8 of a UTF-16 text, for readable assertions.
-inline std::string U8(std::u16string const& text)
-{
-    return ToUtf8(text);
-}
+inline constexpr auto& U8 = ToUtf8;
 
 class SimTest : public ::testing::Test {
 protected:
@@ -32,8 +28,7 @@ protected:
 
     sim::World& world() { return sim::TheWorld(); }
 
-    // Ends the simulated process (its handles close) and starts a fresh one
-    // on the same machine: registry, files, services and event log stay.
+    // Ends the process (its handles close) and starts a fresh one: registry, files, services and event log stay.
     void NewProcess()
     {
         sim::TheWorld().EndProcess();
@@ -58,8 +53,7 @@ protected:
         EXPECT_EQ(found.size(), 1u) << "reports of event " << eventId;
         return found.empty() ? sim::EventRecord{} : found.front();
     }
-    // Handles opened since the process began (its process-wide objects excluded)
-    // and still open: a leak check for the code under test.
+    // Handles opened since the process began (its process-wide objects excluded) and still open: a leak check.
     long HandlesLeftOpen() const { return static_cast<long>(sim::TheWorld().OpenHandleCount()) - baseline_; }
 
 private:

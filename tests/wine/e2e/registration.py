@@ -1,6 +1,9 @@
 """What registration must leave in the registry, written out from the
 registration contract (not from the executable's REGISTRY resources), and how
-to read it back from a prefix."""
+to read it back from a prefix; run as a script, it prints the contract for the
+native suite."""
+import sys
+
 from winetest import build_file
 
 SERVICE = "Tarnwick Hot Folders"
@@ -95,3 +98,25 @@ def serve_type_library_to_wine(prefix):
     """Wine's marshaler looks type libraries up under locale 0 only (tests/wine/README.md)."""
     library = r"HKCR\TypeLib" "\\" + LIBID + r"\1.0"
     prefix.wine("reg", "copy", library + r"\409", library + r"\0", "/s", "/f")
+
+
+def listing(trees):
+    """`trees` as the native suite lists a registry branch: "KEY|name=type:data" a value, "KEY" a key without values,
+    keys upper-cased as the registry keeps them, types by number, data other than text in little-endian hex."""
+    keys = {(key + "\\" + sub).rstrip("\\").upper(): values
+            for key, subs in trees.items() for sub, values in subs.items()}
+    lines = {key for key, values in keys.items() if not values} | ({key.rsplit("\\", 1)[0] for key in keys} - set(keys))
+    for key, values in keys.items():
+        for name, (kind, data) in values.items():
+            data = int(data, 16).to_bytes(4, "little").hex() if kind == "REG_DWORD" else data
+            number = {"REG_SZ": 1, "REG_BINARY": 3, "REG_DWORD": 4}[kind]
+            lines.add(f"{key}|{name}={number}:" + (data if kind == "REG_SZ" else data.lower()))
+    return lines
+
+
+if __name__ == "__main__":  # the listing argv[1] names, for the executable argv[2], as the native suite checks it
+    name, executable = sys.argv[1:]
+    trees = {"server": tables(executable), "service": tables(executable, service=True),
+             "service-then-server": tables(executable, service=True, local_service=False),
+             "events": {SERVICE: event_source(executable)}}
+    print("\n".join(sorted(listing(trees[name]))))

@@ -62,10 +62,10 @@ class HotFolderTreeTest : public WatcherTest {};
 
 // Start-up loads the complete hot folders one level below the root (a
 // Desktop.ini in any case). The root's watch serves every input folder below
-// it, matched by the root's letters in any case (and a sibling whose name
-// begins with the root's, which it never sees), and keeps their entries when
-// their hot folders go; other input folders share a watch by use count. Only
-// the files of input folders become pending.
+// it or the root itself, matched by the root's letters in any case (and a
+// sibling whose name begins with the root's, which it never sees), and keeps
+// their entries when their hot folders go; other input folders share a watch by
+// use count. Only the files of input folders become pending.
 TEST_F(HotFolderTreeTest, StartUpLoadsTheFirstLevelAndTheRootWatchServesBelowIt)
 {
     std::u16string const sibling = std::u16string(kRoot) + u" Archive";
@@ -113,6 +113,12 @@ TEST_F(HotFolderTreeTest, StartUpLoadsTheFirstLevelAndTheRootWatchServesBelowIt)
     RunCompletions();
     EXPECT_EQ(rootWatch->useCount, 4u);
     EXPECT_EQ(watcher.watches.size(), 4u);
+
+    WriteHotFolder(u"Everything", "..");  // the root itself: its loose files become jobs
+    world().files.WriteFile(InRoot(u"loose.txt"), "again");
+    RunCompletions();
+    EXPECT_EQ(WatchOf(kRoot), rootWatch.get());
+    EXPECT_EQ(PendingPaths(), (Texts{kRoot8 + "\\Invoices\\In\\report.pdf", kRoot8 + "\\loose.txt"}));
 }
 
 // Desktop.ini files written, edited to move an input folder (to one that does
@@ -170,19 +176,6 @@ TEST_F(HotFolderTreeTest, TheLifeOfTwoHotFoldersOnOneFolder)
     EXPECT_EQ(LoadedHotFolders(), (Texts{kRoot8 + "\\Invoices\\DESKTOP.INI"})) << "as the record spells it";
     EXPECT_EQ(WatchOf(u"D:\\In")->useCount, 1u);
     EXPECT_TRUE(world().eventLog.WithId(MSG_KEY_NOT_FOUND_IN_INI).empty());
-}
-
-TEST_F(HotFolderTreeTest, TheRootAsInputFolderMakesItsLooseFilesJobs)
-{
-    WriteHotFolder(u"Everything", "..");
-    ASSERT_EQ(Start(), TreeStart::Watching);
-    EXPECT_EQ(WatchOf(kRoot), rootWatch.get());
-
-    world().files.WriteFile(InRoot(u"loose.txt"), "x");
-    world().files.WriteFile(InRoot(u"Desktop.ini"), "not a hot folder's");
-    world().files.WriteFile(InRoot(u"Everything\\note.txt"), "x");
-    RunCompletions();
-    EXPECT_EQ(PendingPaths(), (Texts{kRoot8 + "\\loose.txt", kRoot8 + "\\Desktop.ini"}));
 }
 
 }  // namespace

@@ -57,10 +57,9 @@ IniCase const kIniCases[] = {
      Ini("InputFolder=" + kClimbing + "\r\nOutputFolder=O\r\nScript=s"), true, H + kClimbing.substr(0, 259), H + "O",
      H + "s"},
     {"no InputFolder: the later keys are not read", Ini("OutputFolder=Out\r\nScript=s.py"), false, "", "", ""},
-    {"no OutputFolder: Script is not read", Ini("InputFolder=In\r\nScript=s.py"), false, H + "In", "", ""},
     {"no Script", Ini("InputFolder=In\r\nOutputFolder=..\\Done"), false, H + "In", "C:\\HF\\Done", ""},
-    {"an empty value counts as missing", Ini("InputFolder=In\r\nOutputFolder=  \r\nScript=s.py"), false, H + "In", "",
-     ""},
+    {"an empty value counts as missing, Script is not read", Ini("InputFolder=In\r\nOutputFolder=  \r\nScript=s.py"),
+     false, H + "In", "", ""},
     {"keys outside the section", "[Tarnwik]\r\nInputFolder=In\r\nOutputFolder=Out\r\nScript=s.py", false, "", "", ""},
     {"no file", std::nullopt, false, "", "", ""},
 };

@@ -18,7 +18,6 @@ namespace hf::test {
 
 using Texts = std::vector<std::string>;
 
-// The root folder, in UTF-16 and in UTF-8.
 inline constexpr char16_t kRoot[] = u"C:\\Users\\clerk\\AppData\\Local\\Tarnwick Hot Folders";
 inline std::string const kRoot8 = U8(kRoot);
 

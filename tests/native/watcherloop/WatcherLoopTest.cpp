@@ -22,6 +22,7 @@ using Texts = std::vector<std::string>;
 constexpr char16_t kAcrobatExe[] = u"C:\\Program Files\\Adobe\\Acrobat\\Acrobat.exe";
 constexpr char16_t kWatcherPipe[] = u"\\\\.\\pipe\\Tarnwick_FolderWatcher_OFFICE_clerk";
 constexpr char16_t kRoot[] = u"C:\\Users\\clerk\\AppData\\Local\\Tarnwick Hot Folders";
+std::u16string const kInvoicesIni = std::u16string(kRoot) + u"\\Invoices\\Desktop.ini";
 std::string const kWatcherPipe8 = U8(kWatcherPipe);
 
 // The service as the watcher sees it: a FolderService whose ConnectWatcher
@@ -82,16 +83,11 @@ protected:
         plugIn = sim::ScriptedPipeServer::Create(u"\\\\.\\pipe\\Tarnwick_PlugIn_OFFICE_clerk");
         world().processes.children.AddImage(kAcrobatExe, [server = plugIn](auto const& p) { server->RunInside(p, 0); });
         world().files.MakeDirectory(u"C:\\In");
-        HotFolder(u"Invoices", "C:\\In");
+        world().files.WriteFile(kInvoicesIni,
+                                "[Tarnwick]\r\nInputFolder=C:\\In\r\nOutputFolder=C:\\Out\r\n"
+                                "Script=C:\\Scripts\\stamp.py\r\n");
     }
 
-    // A hot folder below the root taking `input`.
-    void HotFolder(std::u16string const& name, std::string const& input, std::string const& output = "C:\\Out")
-    {
-        world().files.WriteFile(std::u16string(kRoot) + u"\\" + name + u"\\Desktop.ini",
-                                "[Tarnwick]\r\nInputFolder=" + input + "\r\nOutputFolder=" + output +
-                                    "\r\nScript=C:\\Scripts\\stamp.py\r\n");
-    }
     // A service is registered and answers the watcher's announcement.
     void StartService()
     {
@@ -144,49 +140,17 @@ TEST_F(WatcherLoopTest, SettledFilesBecomeJobsWhileTheServiceSaysRun)
     for (DWORD tick : {3500u, 3501u, 20000u, 29000u}) {
         At(tick, [this, tick, &jobsAt] { jobsAt[tick] = plugIn->Frames().size(); });
     }
+    int timedOut = 0;
+    At(30000, [this, &timedOut] { timedOut = world().TimedOutWaits(); });
+    At(90000, [] {});  // a virtual minute with nothing to do
     RunWatcher(false);
+    EXPECT_EQ(world().TimedOutWaits(), timedOut) << "an idle watcher never wakes up";
     EXPECT_EQ(service.announced, (std::vector<std::u16string>{kWatcherPipe}));
     EXPECT_EQ(jobsAt, (std::map<DWORD, std::size_t>{{3500, 0}, {3501, 1}, {20000, 1}, {29000, 2}}));
     EXPECT_EQ(Jobs(), (Texts{"C:\\In\\a.pdf > C:\\Out", "C:\\In\\b.pdf > C:\\Out", "C:\\In\\c.pdf > C:\\Out",
                              "C:\\In\\d.pdf > C:\\Out"}));
     EXPECT_EQ(service.references, 0u) << "the watcher released the service at its end";
 }
-
-// A burst of writes and a rename, with the change records laid out padded (as
-// Windows does) and end to end (as Wine does): a record need not start on a
-// 4-byte boundary, no record of a read may be lost either way, and a renamed
-// file is handed on under its new name only.
-using Layout = sim::FileSystem::RecordLayout;
-class RecordLayouts : public WatcherLoopTest, public ::testing::WithParamInterface<Layout> {};
-
-TEST_P(RecordLayouts, EveryFileReachesEachOfItsHotFoldersInTheOrderOfTheWrites)
-{
-    world().files.recordLayout = GetParam();
-    world().files.MakeDirectory(u"C:\\Shared");
-    HotFolder(u"B-Stamp", "C:\\Shared", "C:\\Stamped");
-    HotFolder(u"A-Print", "C:\\Shared", "C:\\Printed");
-    StartService();
-    DropFileAt(100, u"C:\\In\\a.txt");
-    At(100, [this] {
-        // Names of odd and even lengths, written between two waits: one read holds them all.
-        for (int i = 1; i <= 120; ++i) {
-            world().files.WriteFile(u"C:\\Shared\\f" + Widen(std::to_string(i)) + u".pdf", "%PDF");
-        }
-    });
-    At(1000, [this] { world().files.Rename(u"C:\\In\\a.txt", u"C:\\In\\b.txt"); });
-    Texts expected;
-    for (int i = 1; i <= 120; ++i) {
-        std::string const input = "C:\\Shared\\f" + std::to_string(i) + ".pdf";
-        expected.insert(expected.end(), {input + " > C:\\Printed", input + " > C:\\Stamped"});
-    }
-    expected.push_back("C:\\In\\b.txt > C:\\Out");
-    RunWatcher(false);
-    EXPECT_EQ(Jobs(), expected);
-    EXPECT_EQ(OnlyEvent(MSG_FILE_RENAMED_NEW).strings, (std::vector<std::u16string>{u"C:\\In", u"b.txt"}));
-}
-
-INSTANTIATE_TEST_SUITE_P(Watcher, RecordLayouts, ::testing::Values(Layout::Padded, Layout::Packed),
-                         [](auto const& info) { return info.param == Layout::Packed ? "Packed" : "Padded"; });
 
 // One file dropped at 100 ms into a watcher whose surroundings fail or change
 // in one way: the file's fate, and exactly the report (if any) that each
@@ -209,7 +173,7 @@ void ServiceExits(FakeFolderService& service)
 }
 void HotFolderGoes(FakeFolderService&)
 {
-    sim::TheWorld().files.Delete(std::u16string(kRoot) + u"\\Invoices\\Desktop.ini");
+    sim::TheWorld().files.Delete(kInvoicesIni);
 }
 
 class OneFile : public WatcherLoopTest, public ::testing::WithParamInterface<OneFileStory> {};
@@ -277,47 +241,31 @@ OneFileStory const kOneFileStories[] = {
     {"ControlReadFails", true, "ReadFileEx", ERROR_INVALID_HANDLE, nullptr, 0, MSG_READ_FILE_FAILED,
      "ReadFile(" + kWatcherPipe8 + ") failed.  Error code: 6\r\n"},
     Client("ClientSendsNothing", {}, false),
-    Client("RunAlone", Codes({CMD_RUN}), true),
     Client("UnknownValueMeansRun", Codes({0x1234}), true),
-    Client("RunRunStop", Codes({CMD_RUN, CMD_RUN, CMD_STOP}), false),
     Client("StopPauseRun", Codes({CMD_STOP, CMD_PAUSE, CMD_RUN}), true),
     Client("RunThenPause", Codes({CMD_RUN, CMD_PAUSE}), false),
-    Client("ConnectCodeIsNoPause", Codes({CMD_CONNECT}), true),
     Client("ShortReadAfterRunIsStop", {1, 0x80, 0, 0, 2, 0x80}, false),
 };
 
 INSTANTIATE_TEST_SUITE_P(Stories, OneFile, ::testing::ValuesIn(kOneFileStories),
                          [](auto const& info) { return std::string(info.param.name); });
 
-// A watcher that finds another listening for its user, or cannot find its root
-// folder, ends before its loop and leaves COM as it found it.
-TEST_F(WatcherLoopTest, ASecondWatcherOfTheSameUserExitsWithMessage54)
+// A watcher that finds another listening for its user, or has no root folder,
+// ends before its loop with just that report and leaves COM as it found it.
+TEST_F(WatcherLoopTest, EndsBeforeItsLoopWhenAnotherListensOrThereIsNoRoot)
 {
     auto first = sim::ScriptedPipeServer::Create(kWatcherPipe);
     first->Start();
-    EXPECT_EQ(RunWatcher(false), 0);
-    EXPECT_EQ(EventIds(), (std::vector<DWORD>{MSG_WATCHER_ALREADY_RUNNING}));
-    EXPECT_EQ(OnlyEvent(MSG_WATCHER_ALREADY_RUNNING).type, EVENTLOG_INFORMATION_TYPE);
-    EXPECT_EQ(first->Connections(), 1) << "the probe reached the first watcher";
-    EXPECT_EQ(world().com.apartments, 0);
-}
-
-TEST_F(WatcherLoopTest, AWatcherWithoutARootFolderEndsAfterMessage34)
-{
     world().faults.Fail("SHGetFolderPathW", ERROR_ACCESS_DENIED);
     EXPECT_EQ(RunWatcher(false), 0);
-    EXPECT_EQ(OnlyEvent(MSG_CREATE_ROOT_FAILED).strings.front(), u"");
-    EXPECT_EQ(world().ExhaustedWaits(), 0) << "the loop never ran";
+    first->Stop();
+    EXPECT_EQ(RunWatcher(false), 0);
+    EXPECT_EQ(RenderedEvents(), (Texts{"Exiting because there is already a hot folder watcher process running.\r\n",
+                                       "Failed to instantiate service.  Error code: 0x80040154.\r\n",
+                                       "Failed to create user's hot folder folder .  Error code: 5\r\n"}));
+    EXPECT_EQ(world().eventLog.Records()[0].type, EVENTLOG_INFORMATION_TYPE);
+    EXPECT_EQ(world().ExhaustedWaits(), 0) << "no loop ran";
     EXPECT_EQ(world().com.apartments, 0);
-}
-
-TEST_F(WatcherLoopTest, AnIdleWatcherNeverWakesUp)
-{
-    StartService();
-    At(60000, [] {});  // the story lasts a virtual minute
-    RunWatcher(false);
-    EXPECT_EQ(world().TimedOutWaits(), 0);
-    EXPECT_EQ(world().Ticks(), 60000u);
 }
 
 // As service, Acrobat goes once nothing is pending, or at a pause even in the

@@ -158,7 +158,6 @@ TEST_F(HotFolderTreeTest, TheLifeOfTwoHotFoldersOnOneFolder)
     EXPECT_EQ(LoadedHotFolders().size(), 1u);
     EXPECT_TRUE(watcher.watches.empty());
     EXPECT_EQ(EventsWithId(MSG_OPEN_FOLDER_FAILED), (Texts(2, "D:\\Missing|2")));
-    EXPECT_EQ(world().eventLog.WithId(MSG_OPEN_FOLDER_FAILED)[0].type, EVENTLOG_ERROR_TYPE);
 
     world().files.WriteFile(InRoot(u"Invoices\\Desktop.ini"), "[Tarnwick]\r\nInputFolder=D:\\In\r\nScript=s.py\r\n");
     RunCompletions();

@@ -106,15 +106,12 @@ TEST_F(InputFolderTest, WhatUsersDoToAnInputFolder)
     RunCompletions();
     EXPECT_EQ(NextHotFolder(), "");
     EXPECT_EQ(PendingPaths(), (Texts{"D:\\In\\Report.pdf"})) << "the loop pops it";
-}
 
-// The walk follows each record's distance to the next, whatever it is: here
-// records end to end, as Wine lays them, with an action this system does not
-// know, and a last record that ends exactly at the end of the buffer.
-TEST_F(InputFolderTest, AnUnknownActionIsAWarningAndTheWalkGoesOn)
-{
-    StartOn({u"Invoices"});
-    DirectoryWatch& watch = *WatchOf(u"D:\\In");
+    // The walk follows each record's distance to the next, whatever it is: past
+    // an action this system does not know, to a record that ends exactly at the
+    // end of the buffer.
+    world().eventLog.Clear();
+    DirectoryWatch& watch = *WatchOf(u"D:\\Ä");
     auto const put = [&watch](std::size_t offset, DWORD next, DWORD action, std::u16string const& name) {
         DWORD const header[] = {next, action, static_cast<DWORD>(name.size() * 2)};
         std::memcpy(watch.buffer + offset, header, sizeof header);
@@ -124,11 +121,10 @@ TEST_F(InputFolderTest, AnUnknownActionIsAWarningAndTheWalkGoesOn)
     put(22, kChangeBufferSize - 44, 9, u"b.pdf");
     put(kChangeBufferSize - 22, 0, FILE_ACTION_MODIFIED, u"a.pdf");
     OnFolderChange(0, 44, &watch.overlapped);
-
     EXPECT_EQ(EventIds(), (std::vector<DWORD>{MSG_FILE_ADDED, MSG_FILE_UNKNOWN_ACTION, MSG_FILE_MODIFIED}));
     EXPECT_EQ(world().eventLog.Records()[1].type, EVENTLOG_WARNING_TYPE);
-    EXPECT_EQ(RenderedEvents()[1], "Unknown file action in D:\\In:\r\n\r\nb.pdf\r\n");
-    EXPECT_EQ(PendingPaths(), (Texts{"D:\\In\\a.pdf"}));
+    EXPECT_EQ(RenderedEvents()[1], "Unknown file action in D:\\Ä:\r\n\r\nb.pdf\r\n");
+    EXPECT_EQ(PendingPaths(), (Texts{"D:\\In\\Report.pdf", "D:\\Ä\\a.pdf"}));
 }
 
 // Lost changes complete the read with zero bytes (as Windows does): the
@@ -154,9 +150,8 @@ TEST_F(InputFolderTest, LostChangesAndFailedReads)
     EXPECT_EQ(PendingPaths(), (Texts{"D:\\In\\a.pdf"}));
     EXPECT_EQ(FrontSettleTime(), 2000u) << "a.pdf was touched once more";
 
-    world().files.WriteFile(u"D:\\In\\later.pdf", "");
+    world().files.WriteFile(u"D:\\In\\later.pdf", "");  // the watch goes on: pending below
     RunCompletions();
-    EXPECT_EQ(PendingPaths(), (Texts{"D:\\In\\a.pdf", "D:\\In\\later.pdf"}));
 
     world().eventLog.Clear();
     world().faults.Fail("ReadDirectoryChangesW", ERROR_ACCESS_DENIED);
@@ -170,7 +165,6 @@ TEST_F(InputFolderTest, LostChangesAndFailedReads)
                      "ReadDirectoryChangesW(D:\\Second) failed.  Error code: 5\r\n",
                      "File modified in " + kRoot8 + ":\r\n\r\nSecond\\Desktop.ini\r\n",
                      "Unexpected error passed to overlapped callback watching D:\\In.  Error code: 1022\r\n"}));
-    EXPECT_EQ(world().eventLog.Records()[1].type, EVENTLOG_ERROR_TYPE);
     EXPECT_EQ(world().eventLog.Records()[3].type, EVENTLOG_ERROR_TYPE);
     ASSERT_NE(WatchOf(u"D:\\Second"), nullptr);
     EXPECT_TRUE(WatchOf(u"D:\\Second")->directory.valid());

@@ -232,8 +232,6 @@ std::vector<BYTE> Codes(std::vector<DWORD> const& codes)
 // any value but pause and stop means run, and a short read keeps the rest of
 // the previous code; a client's leaving is reported (44, code 109).
 OneFileStory const kOneFileStories[] = {
-    {"NoService", false, "", 0, nullptr, 0, MSG_INSTANTIATE_SERVICE_FAILED,
-     "Failed to instantiate service.  Error code: 0x80040154.\r\n"},
     {"ServiceGoes", true, "", 0, ServiceExits, 1, MSG_READ_PIPE_CALLBACK_ERROR, kClientLeft},
     {"HotFolderGoes", true, "", 0, HotFolderGoes, 0, MSG_FILE_REMOVED,
      "File removed from " + U8(kRoot) + ":\r\n\r\nInvoices\\Desktop.ini\r\n"},

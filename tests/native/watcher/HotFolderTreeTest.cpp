@@ -64,8 +64,8 @@ class HotFolderTreeTest : public WatcherTest {};
 // Desktop.ini in any case). The root's watch serves every input folder below
 // it or the root itself, matched by the root's letters in any case (and a
 // sibling whose name begins with the root's, which it never sees), and keeps
-// their entries when their hot folders go; other input folders share a watch by
-// use count. Only the files of input folders become pending.
+// their entries when their hot folders go; another input folder gets a watch of
+// its own. Only the files of input folders become pending.
 TEST_F(HotFolderTreeTest, StartUpLoadsTheFirstLevelAndTheRootWatchServesBelowIt)
 {
     std::u16string const sibling = std::u16string(kRoot) + u" Archive";
@@ -73,7 +73,6 @@ TEST_F(HotFolderTreeTest, StartUpLoadsTheFirstLevelAndTheRootWatchServesBelowIt)
     world().files.MakeDirectory(u"D:\\Letters\\In");
     WriteHotFolder(u"Invoices", "In");
     WriteHotFolder(u"Letters", "D:\\Letters\\In");
-    WriteHotFolder(u"Hidden", "D:\\Letters\\In");
     WriteHotFolder(u"Old", U8(sibling));
     world().files.WriteFile(InRoot(u"Lower\\desktop.ini"),
                             Ini("c:\\users\\clerk\\appdata\\local\\tarnwick hot folders\\lower\\in"));
@@ -82,16 +81,15 @@ TEST_F(HotFolderTreeTest, StartUpLoadsTheFirstLevelAndTheRootWatchServesBelowIt)
     world().files.WriteFile(InRoot(u"Desktop.ini"), Ini("D:\\Root"));
     ASSERT_EQ(Start(), TreeStart::Watching);
 
-    EXPECT_EQ(LoadedHotFolders(), (Texts{kRoot8 + "\\Hidden\\Desktop.ini", kRoot8 + "\\Invoices\\Desktop.ini",
-                                         kRoot8 + "\\Letters\\Desktop.ini", kRoot8 + "\\Lower\\Desktop.ini",
-                                         kRoot8 + "\\Old\\Desktop.ini"}));
+    EXPECT_EQ(LoadedHotFolders(), (Texts{kRoot8 + "\\Invoices\\Desktop.ini", kRoot8 + "\\Letters\\Desktop.ini",
+                                         kRoot8 + "\\Lower\\Desktop.ini", kRoot8 + "\\Old\\Desktop.ini"}));
     for (auto const& below : {InRoot(u"Invoices\\In"), InRoot(u"Lower\\In"), sibling}) {
         EXPECT_EQ(WatchOf(below), rootWatch.get()) << U8(below);
     }
     EXPECT_EQ(rootWatch->useCount, 4u) << "its own use and three input folders";
     DirectoryWatch* const letters = WatchOf(u"D:\\Letters\\In");
     ASSERT_TRUE(letters != nullptr && letters != rootWatch.get());
-    EXPECT_EQ(letters->useCount, 2u);
+    EXPECT_EQ(letters->useCount, 1u);
     world().eventLog.Clear();
 
     world().files.WriteFile(InRoot(u"Invoices\\In\\report.pdf"), "");
@@ -105,7 +103,7 @@ TEST_F(HotFolderTreeTest, StartUpLoadsTheFirstLevelAndTheRootWatchServesBelowIt)
               (Texts{kRoot8 + "|Invoices\\In\\report.pdf", kRoot8 + "|loose.txt", kRoot8 + "|Invoices\\notes.txt"}));
     EXPECT_EQ(EventsWithId(MSG_FILE_REMOVED), (Texts{kRoot8 + "|Invoices\\Desktop.ini"}));
     EXPECT_EQ(PendingPaths(), (Texts{kRoot8 + "\\Invoices\\In\\report.pdf"}));
-    EXPECT_EQ(LoadedHotFolders().size(), 4u);
+    EXPECT_EQ(LoadedHotFolders().size(), 3u);
     EXPECT_EQ(rootWatch->useCount, 3u);
     EXPECT_EQ(WatchOf(InRoot(u"Invoices\\In")), rootWatch.get()) << "the entry stays";
 

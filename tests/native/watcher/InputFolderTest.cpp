@@ -127,15 +127,43 @@ TEST_F(InputFolderTest, WhatUsersDoToAnInputFolder)
     EXPECT_EQ(PendingPaths(), (Texts{"D:\\In\\Report.pdf", "D:\\Ä\\a.pdf"}));
 }
 
+// A watch ends only in its own completion, whose records are not reported: a
+// reload before the wake-up file's completion keeps the watch, which then
+// reports that file; without a wake-up file the watch ends at its next change.
 // Lost changes complete the read with zero bytes (as Windows does): the
 // previous read's records are walked again (none before the first read),
 // nothing rescans the folder, and the watch goes on. A read that cannot be
 // issued (36) leaves the watch open and silent; a completion with an error (37,
 // as Wine reports lost changes) leaves it in its table, silent, so that a hot
 // folder loaded later only raises its count; on the root it ends all changes.
-TEST_F(InputFolderTest, LostChangesAndFailedReads)
+TEST_F(InputFolderTest, AWatchFromItsLastUseToItsFailedReads)
 {
-    StartOn({u"Invoices"});
+    StartOn({u"Invoices", u"Other"});
+    std::size_t const handles = world().OpenHandleCount();
+    DirectoryWatch* const watch = WatchOf(u"D:\\In");
+    RemoveHotFolder(watcher, *watcher.specsByIni.begin());
+    LoadHotFolder(InRoot(u"Other\\Desktop.ini"), watcher);
+    EXPECT_EQ(watch->useCount, 1u) << "down to zero and up again";
+    RunCompletions();
+    ASSERT_EQ(WatchOf(u"D:\\In"), watch);
+    Texts const added = EventsWithId(MSG_FILE_ADDED);
+    ASSERT_EQ(added.size(), 1u);
+    EXPECT_EQ(added, EventsWithId(MSG_FILE_REMOVED));
+    EXPECT_EQ(added[0].rfind("D:\\In|Wak", 0), 0u) << added[0];
+    EXPECT_TRUE(watcher.pending.IsEmpty()) << "the wake-up file was touched and forgotten";
+
+    world().eventLog.Clear();
+    world().faults.Fail("GetTempFileNameW", ERROR_ACCESS_DENIED);
+    RemoveHotFolder(watcher, *watcher.specsByIni.begin());
+    RunCompletions();
+    ASSERT_EQ(WatchOf(u"D:\\In"), watch) << "nothing completed its read";
+    world().files.WriteFile(u"D:\\In\\someone's.pdf", "");
+    RunCompletions();
+    EXPECT_EQ(WatchOf(u"D:\\In"), nullptr);
+    EXPECT_EQ(world().OpenHandleCount(), handles - 1);
+    EXPECT_TRUE(world().eventLog.Records().empty());
+
+    LoadHotFolder(InRoot(u"Invoices\\Desktop.ini"), watcher);  // a new watch
     world().files.LoseChanges(u"D:\\In");
     RunCompletions();
     EXPECT_TRUE(world().eventLog.Records().empty());
@@ -184,37 +212,6 @@ TEST_F(InputFolderTest, LostChangesAndFailedReads)
     WriteHotFolder(u"Fourth", "D:\\In");
     RunCompletions();
     EXPECT_EQ(LoadedHotFolders().size(), 3u);
-}
-
-// A watch ends only in its own completion, whose records are not reported: a
-// reload before the wake-up file's completion keeps the watch, which then
-// reports that file; without a wake-up file the watch ends at its next change.
-TEST_F(InputFolderTest, TheLastUseWakesTheWatchWhichEndsInItsOwnCompletion)
-{
-    StartOn({u"Invoices", u"Other"});
-    std::size_t const handles = world().OpenHandleCount();
-    DirectoryWatch* const watch = WatchOf(u"D:\\In");
-    RemoveHotFolder(watcher, *watcher.specsByIni.begin());
-    LoadHotFolder(InRoot(u"Other\\Desktop.ini"), watcher);
-    EXPECT_EQ(watch->useCount, 1u) << "down to zero and up again";
-    RunCompletions();
-    ASSERT_EQ(WatchOf(u"D:\\In"), watch);
-    Texts const added = EventsWithId(MSG_FILE_ADDED);
-    ASSERT_EQ(added.size(), 1u);
-    EXPECT_EQ(added, EventsWithId(MSG_FILE_REMOVED));
-    EXPECT_EQ(added[0].rfind("D:\\In|Wak", 0), 0u) << added[0];
-    EXPECT_TRUE(watcher.pending.IsEmpty()) << "the wake-up file was touched and forgotten";
-
-    world().eventLog.Clear();
-    world().faults.Fail("GetTempFileNameW", ERROR_ACCESS_DENIED);
-    RemoveHotFolder(watcher, *watcher.specsByIni.begin());
-    RunCompletions();
-    ASSERT_EQ(WatchOf(u"D:\\In"), watch) << "nothing completed its read";
-    world().files.WriteFile(u"D:\\In\\someone's.pdf", "");
-    RunCompletions();
-    EXPECT_EQ(WatchOf(u"D:\\In"), nullptr);
-    EXPECT_EQ(world().OpenHandleCount(), handles - 1);
-    EXPECT_TRUE(world().eventLog.Records().empty());
 }
 
 }  // namespace

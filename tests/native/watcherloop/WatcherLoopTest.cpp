@@ -1,8 +1,6 @@
-// Whole-watcher stories: the real RunWatcher on the simulated machine, with a
-// hot folder tree, Acrobat whose plug-in answers every job, and (when a story
-// has one) a service that connects back when the watcher announces itself and
-// switches it over the control pipe. Each story is scripted on the virtual
-// clock; the watcher runs until the script is exhausted and its wait fails.
+// Whole-watcher stories: the real RunWatcher on the simulated machine with a
+// hot folder, an Acrobat whose plug-in answers every job and, where a story has
+// one, a service; each runs on the virtual clock until its script is exhausted.
 #include "SimTest.h"
 #include "acrobat/AcrobatLauncher.h"
 #include "acrobat/JobMessage.h"
@@ -25,9 +23,8 @@ constexpr char16_t kRoot[] = u"C:\\Users\\clerk\\AppData\\Local\\Tarnwick Hot Fo
 std::u16string const kInvoicesIni = std::u16string(kRoot) + u"\\Invoices\\Desktop.ini";
 std::string const kWatcherPipe8 = U8(kWatcherPipe);
 
-// The service as the watcher sees it: a FolderService whose ConnectWatcher
-// makes the service connect back and write its current command, through the
-// service's own protocol code, as the supervisor does.
+// The service as the watcher sees it: its ConnectWatcher connects back and
+// writes the current command through the service's own protocol code.
 class FakeFolderService : public os::IFolderService {
 public:
     HRESULT QueryInterface(os::GUID const&, void** object) override
@@ -153,8 +150,7 @@ TEST_F(WatcherLoopTest, SettledFilesBecomeJobsWhileTheServiceSaysRun)
 }
 
 // One file dropped at 100 ms into a watcher whose surroundings fail or change
-// in one way: the file's fate, and exactly the report (if any) that each
-// failure calls for.
+// in one way: the file's fate, and exactly the report each failure calls for.
 struct OneFileStory {
     const char* name;
     bool service;

@@ -24,7 +24,6 @@ struct StartCase {
 StartCase const kStartCases[] = {
     {"none", 0, TreeStart::Watching, kWatching},
     {"FindFirstFileW", 5, TreeStart::Watching, kWatching},
-    {"SHGetFolderPathW", 5, TreeStart::NoRootFolder, "Failed to create user's hot folder folder .  Error code: 5\r\n"},
     {"CreateDirectoryW", 5, TreeStart::NoRootFolder,
      "Failed to create user's hot folder folder " + kRoot8 + ".  Error code: 5\r\n"},
     {"CreateFileW", 5, TreeStart::RootNotWatched,

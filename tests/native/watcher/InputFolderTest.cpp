@@ -105,7 +105,6 @@ TEST_F(InputFolderTest, WhatUsersDoToAnInputFolder)
     world().files.Delete(InRoot(u"B\\Desktop.ini"));
     RunCompletions();
     EXPECT_EQ(NextHotFolder(), "");
-    EXPECT_EQ(PendingPaths(), (Texts{"D:\\In\\Report.pdf"})) << "the loop pops it";
 
     // The walk follows each record's distance to the next, whatever it is: past
     // an action this system does not know, to a record that ends exactly at the
@@ -124,7 +123,7 @@ TEST_F(InputFolderTest, WhatUsersDoToAnInputFolder)
     EXPECT_EQ(EventIds(), (std::vector<DWORD>{MSG_FILE_ADDED, MSG_FILE_UNKNOWN_ACTION, MSG_FILE_MODIFIED}));
     EXPECT_EQ(world().eventLog.Records()[1].type, EVENTLOG_WARNING_TYPE);
     EXPECT_EQ(RenderedEvents()[1], "Unknown file action in D:\\Ä:\r\n\r\nb.pdf\r\n");
-    EXPECT_EQ(PendingPaths(), (Texts{"D:\\In\\Report.pdf", "D:\\Ä\\a.pdf"}));
+    EXPECT_EQ(PendingPaths(), (Texts{"D:\\In\\Report.pdf", "D:\\Ä\\a.pdf"})) << "the loop pops a file, not the walk";
 }
 
 // A watch ends only in its own completion, whose records are not reported: a

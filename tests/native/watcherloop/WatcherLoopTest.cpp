@@ -56,14 +56,6 @@ public:
         currentCommand = code == CMD_STOP ? currentCommand : code;
         BroadcastCommand(code, links, events);
     }
-    // The service process ends: its pipe ends close.
-    void Exit()
-    {
-        for (auto const& link : links) {
-            os::CloseHandle(link.second.pipe);
-        }
-        links.clear();
-    }
 
     EventReporter events{kCategoryService};
     WatcherLinks links;
@@ -163,9 +155,13 @@ struct OneFileStory {
     std::optional<std::vector<BYTE>> sent = std::nullopt;  // what a control client writes at 50 ms, then leaving
 };
 
+// The service process ends: its pipe ends close.
 void ServiceExits(FakeFolderService& service)
 {
-    service.Exit();
+    for (auto const& link : service.links) {
+        os::CloseHandle(link.second.pipe);
+    }
+    service.links.clear();
 }
 void HotFolderGoes(FakeFolderService&)
 {

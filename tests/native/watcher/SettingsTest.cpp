@@ -37,10 +37,9 @@ std::string const H = "C:\\HF\\Invoices\\";
 IniCase const kIniCases[] = {
     {"relative, parent-relative and absolute values", Ini("InputFolder=In\r\nOutputFolder=..\\Done\r\nScript=C:\\s.py"),
      true, H + "In", "C:\\HF\\Done", "C:\\s.py"},
-    {"absolute values are canonicalised too", Ini("InputFolder=D:\\In\r\nOutputFolder=D:\\J\\.\\O\\..\\D\r\nScript=s"),
-     true, "D:\\In", "D:\\J\\D", H + "s"},
-    {"root-relative and UNC values are absolute", Ini("InputFolder=\\\\srv\\sh\\In\r\nOutputFolder=\\O\r\nScript=\\a"),
-     true, "\\\\srv\\sh\\In", "\\O", "\\a"},
+    {"UNC, absolute and root-relative values, canonicalised too",
+     Ini("InputFolder=\\\\srv\\sh\\In\r\nOutputFolder=D:\\J\\.\\O\\..\\D\r\nScript=\\a"), true, "\\\\srv\\sh\\In",
+     "D:\\J\\D", "\\a"},
     {"dot is the hot folder, a trailing backslash stays", Ini("InputFolder=.\r\nOutputFolder=O\\\r\nScript=D:\\"), true,
      "C:\\HF\\Invoices", H + "O\\", "D:\\"},
     {"non-ASCII values", Ini("InputFolder=Eingänge\r\nOutputFolder=D:\\Größe\r\nScript=Ω.py"), true, H + "Eingänge",

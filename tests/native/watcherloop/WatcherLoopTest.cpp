@@ -240,7 +240,7 @@ INSTANTIATE_TEST_SUITE_P(Stories, OneFile, ::testing::ValuesIn(kOneFileStories),
                          [](auto const& info) { return std::string(info.param.name); });
 
 // A watcher that finds another listening for its user, or has no root folder,
-// ends before its loop with just that report and leaves COM as it found it.
+// says so and ends before its loop, leaving COM as it found it.
 TEST_F(WatcherLoopTest, EndsBeforeItsLoopWhenAnotherListensOrThereIsNoRoot)
 {
     auto first = sim::ScriptedPipeServer::Create(kWatcherPipe);

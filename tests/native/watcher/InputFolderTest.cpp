@@ -23,10 +23,28 @@ protected:
 // Each record is one event with its own text; the queue keeps one entry per
 // file (by any spelling), ordered by its latest record, which restarts its
 // settle time (across the wrap of the tick count); renames and deletions take
-// files out, subfolders never count.
+// files out, subfolders never count. A file belongs to an input folder found
+// in the table by its whole name ignoring case, and confirmed with A to Z
+// folded only; it goes to every hot folder of that input folder in
+// DesktopIniPath order, a new record starts the round again, and a file whose
+// hot folders went has none.
 TEST_F(InputFolderTest, WhatUsersDoToAnInputFolder)
 {
-    StartOn({u"Invoices"});
+    world().files.MakeDirectory(u"D:\\Ä");
+    WriteHotFolder(u"C", "D:\\Ä");  // another input folder, after D:\In in the table
+    StartOn({u"B", u"A"});
+    world().files.recordLayout = sim::FileSystem::RecordLayout::Packed;  // end to end, as Wine lays them
+    struct {
+        const char16_t* path;
+        bool watched;
+    } const cases[] = {
+        {u"D:\\In\\a.pdf", true},   {u"D:\\IN\\a.pdf", true},       {u"D:\\Ä\\a.pdf", true}, {u"D:\\ä\\a.pdf", false},
+        {u"D:\\In2\\a.pdf", false}, {u"D:\\In\\Sub\\a.pdf", false}, {u"D:\\a.pdf", false},   {u"D:\\Zz\\a.pdf", false},
+    };
+    for (auto const& c : cases) {
+        EXPECT_EQ(IsWatchedInputFile(c.path, watcher.specsByInput), c.watched) << U8(c.path);
+    }
+
     world().SetTicks(0xFFFFFFFFu - 1000);  // the tick count wraps while the files settle
     world().files.WriteFile(u"D:\\Elsewhere\\incoming.pdf", "%PDF");
     world().files.WriteFile(u"D:\\In\\scan.pdf", "%PDF");
@@ -65,8 +83,6 @@ TEST_F(InputFolderTest, WhatUsersDoToAnInputFolder)
     world().Advance(1);
     EXPECT_EQ(FrontSettleTime(), 0u);
     ASSERT_LT(world().Ticks(), 0x1000u) << "the counter has wrapped";
-    EXPECT_EQ(NextHotFolder(), "Invoices\\Desktop.ini");
-    EXPECT_EQ(NextHotFolder(), "");
 
     world().files.Rename(u"D:\\In\\incoming.pdf", u"D:\\Elsewhere\\incoming.pdf");
     world().files.Delete(u"D:\\In\\invoice 7.pdf");
@@ -74,55 +90,27 @@ TEST_F(InputFolderTest, WhatUsersDoToAnInputFolder)
     EXPECT_EQ(PendingPaths(), (Texts{"D:\\In\\Report.pdf"}));
     EXPECT_EQ(EventsWithId(MSG_FILE_REMOVED),
               (Texts{"D:\\In|gone.pdf", "D:\\In|incoming.pdf", "D:\\In|invoice 7.pdf"}));
-}
 
-// A file belongs to an input folder found in the table by its whole name
-// ignoring case, and confirmed with A to Z folded only. It goes to every hot
-// folder of that input folder in DesktopIniPath order; a new record starts the
-// round again, and a file whose hot folders went has none.
-TEST_F(InputFolderTest, AFileGoesToEachHotFolderOfItsInputFolderInDesktopIniPathOrder)
-{
-    world().files.MakeDirectory(u"D:\\Ä");
-    WriteHotFolder(u"C", "D:\\Ä");  // another input folder, after D:\In in the table
-    StartOn({u"B", u"A"});
-    struct {
-        const char16_t* path;
-        bool watched;
-    } const cases[] = {
-        {u"D:\\In\\a.pdf", true},   {u"D:\\IN\\a.pdf", true},       {u"D:\\Ä\\a.pdf", true}, {u"D:\\ä\\a.pdf", false},
-        {u"D:\\In2\\a.pdf", false}, {u"D:\\In\\Sub\\a.pdf", false}, {u"D:\\a.pdf", false},   {u"D:\\Zz\\a.pdf", false},
-    };
-    for (auto const& c : cases) {
-        EXPECT_EQ(IsWatchedInputFile(c.path, watcher.specsByInput), c.watched) << U8(c.path);
-    }
-
-    world().files.WriteFile(u"D:\\In\\scan.pdf", "%PDF");
-    RunCompletions();
     EXPECT_EQ(NextHotFolder(), "A\\Desktop.ini");
-    world().files.AppendFile(u"D:\\In\\scan.pdf", "rewritten by A's script");
+    world().files.AppendFile(u"D:\\In\\Report.pdf", "rewritten by A's script");
     RunCompletions();
     EXPECT_EQ(NextHotFolder(), "A\\Desktop.ini");
     EXPECT_EQ(NextHotFolder(), "B\\Desktop.ini");
     EXPECT_EQ(NextHotFolder(), "");
-
-    world().files.AppendFile(u"D:\\In\\scan.pdf", "stamped");
+    world().files.AppendFile(u"D:\\In\\Report.pdf", "stamped");
     world().files.Delete(InRoot(u"A\\Desktop.ini"));
     RunCompletions();
     EXPECT_EQ(NextHotFolder(), "B\\Desktop.ini");
-    world().files.AppendFile(u"D:\\In\\scan.pdf", "again");
+    world().files.AppendFile(u"D:\\In\\Report.pdf", "again");
     world().files.Delete(InRoot(u"B\\Desktop.ini"));
     RunCompletions();
     EXPECT_EQ(NextHotFolder(), "");
-    EXPECT_EQ(PendingPaths(), (Texts{"D:\\In\\scan.pdf"})) << "the loop pops it";
-}
 
-// The walk follows each record's distance to the next, whatever it is: here
-// records end to end, as Wine lays them, with an action this system does not
-// know, and a last record that ends exactly at the end of the buffer.
-TEST_F(InputFolderTest, AnUnknownActionIsAWarningAndTheWalkGoesOn)
-{
-    StartOn({u"Invoices"});
-    DirectoryWatch& watch = *WatchOf(u"D:\\In");
+    // The walk follows each record's distance to the next, whatever it is: past
+    // an action this system does not know, to a record that ends exactly at the
+    // end of the buffer.
+    world().eventLog.Clear();
+    DirectoryWatch& watch = *WatchOf(u"D:\\Ä");
     auto const put = [&watch](std::size_t offset, DWORD next, DWORD action, std::u16string const& name) {
         DWORD const header[] = {next, action, static_cast<DWORD>(name.size() * 2)};
         std::memcpy(watch.buffer + offset, header, sizeof header);
@@ -132,22 +120,49 @@ TEST_F(InputFolderTest, AnUnknownActionIsAWarningAndTheWalkGoesOn)
     put(22, kChangeBufferSize - 44, 9, u"b.pdf");
     put(kChangeBufferSize - 22, 0, FILE_ACTION_MODIFIED, u"a.pdf");
     OnFolderChange(0, 44, &watch.overlapped);
-
     EXPECT_EQ(EventIds(), (std::vector<DWORD>{MSG_FILE_ADDED, MSG_FILE_UNKNOWN_ACTION, MSG_FILE_MODIFIED}));
     EXPECT_EQ(world().eventLog.Records()[1].type, EVENTLOG_WARNING_TYPE);
-    EXPECT_EQ(RenderedEvents()[1], "Unknown file action in D:\\In:\r\n\r\nb.pdf\r\n");
-    EXPECT_EQ(PendingPaths(), (Texts{"D:\\In\\a.pdf"}));
+    EXPECT_EQ(RenderedEvents()[1], "Unknown file action in D:\\Ä:\r\n\r\nb.pdf\r\n");
+    EXPECT_EQ(PendingPaths(), (Texts{"D:\\In\\Report.pdf", "D:\\Ä\\a.pdf"})) << "the loop pops a file, not the walk";
 }
 
+// A watch ends only in its own completion, whose records are not reported: a
+// reload before the wake-up file's completion keeps the watch, which then
+// reports that file; without a wake-up file the watch ends at its next change.
 // Lost changes complete the read with zero bytes (as Windows does): the
 // previous read's records are walked again (none before the first read),
 // nothing rescans the folder, and the watch goes on. A read that cannot be
 // issued (36) leaves the watch open and silent; a completion with an error (37,
 // as Wine reports lost changes) leaves it in its table, silent, so that a hot
 // folder loaded later only raises its count; on the root it ends all changes.
-TEST_F(InputFolderTest, LostChangesAndFailedReads)
+TEST_F(InputFolderTest, AWatchFromItsLastUseToItsFailedReads)
 {
-    StartOn({u"Invoices"});
+    StartOn({u"Invoices", u"Other"});
+    std::size_t const handles = world().OpenHandleCount();
+    DirectoryWatch* const watch = WatchOf(u"D:\\In");
+    RemoveHotFolder(watcher, *watcher.specsByIni.begin());
+    LoadHotFolder(InRoot(u"Other\\Desktop.ini"), watcher);
+    EXPECT_EQ(watch->useCount, 1u) << "down to zero and up again";
+    RunCompletions();
+    ASSERT_EQ(WatchOf(u"D:\\In"), watch);
+    Texts const added = EventsWithId(MSG_FILE_ADDED);
+    ASSERT_EQ(added.size(), 1u);
+    EXPECT_EQ(added, EventsWithId(MSG_FILE_REMOVED));
+    EXPECT_EQ(added[0].rfind("D:\\In|Wak", 0), 0u) << added[0];
+    EXPECT_TRUE(watcher.pending.IsEmpty()) << "the wake-up file was touched and forgotten";
+
+    world().eventLog.Clear();
+    world().faults.Fail("GetTempFileNameW", ERROR_ACCESS_DENIED);
+    RemoveHotFolder(watcher, *watcher.specsByIni.begin());
+    RunCompletions();
+    ASSERT_EQ(WatchOf(u"D:\\In"), watch) << "nothing completed its read";
+    world().files.WriteFile(u"D:\\In\\someone's.pdf", "");
+    RunCompletions();
+    EXPECT_EQ(WatchOf(u"D:\\In"), nullptr);
+    EXPECT_EQ(world().OpenHandleCount(), handles - 1);
+    EXPECT_TRUE(world().eventLog.Records().empty());
+
+    LoadHotFolder(InRoot(u"Invoices\\Desktop.ini"), watcher);  // a new watch
     world().files.LoseChanges(u"D:\\In");
     RunCompletions();
     EXPECT_TRUE(world().eventLog.Records().empty());
@@ -162,9 +177,8 @@ TEST_F(InputFolderTest, LostChangesAndFailedReads)
     EXPECT_EQ(PendingPaths(), (Texts{"D:\\In\\a.pdf"}));
     EXPECT_EQ(FrontSettleTime(), 2000u) << "a.pdf was touched once more";
 
-    world().files.WriteFile(u"D:\\In\\later.pdf", "");
+    world().files.WriteFile(u"D:\\In\\later.pdf", "");  // the watch goes on: pending below
     RunCompletions();
-    EXPECT_EQ(PendingPaths(), (Texts{"D:\\In\\a.pdf", "D:\\In\\later.pdf"}));
 
     world().eventLog.Clear();
     world().faults.Fail("ReadDirectoryChangesW", ERROR_ACCESS_DENIED);
@@ -178,7 +192,6 @@ TEST_F(InputFolderTest, LostChangesAndFailedReads)
                      "ReadDirectoryChangesW(D:\\Second) failed.  Error code: 5\r\n",
                      "File modified in " + kRoot8 + ":\r\n\r\nSecond\\Desktop.ini\r\n",
                      "Unexpected error passed to overlapped callback watching D:\\In.  Error code: 1022\r\n"}));
-    EXPECT_EQ(world().eventLog.Records()[1].type, EVENTLOG_ERROR_TYPE);
     EXPECT_EQ(world().eventLog.Records()[3].type, EVENTLOG_ERROR_TYPE);
     ASSERT_NE(WatchOf(u"D:\\Second"), nullptr);
     EXPECT_TRUE(WatchOf(u"D:\\Second")->directory.valid());
@@ -198,46 +211,6 @@ TEST_F(InputFolderTest, LostChangesAndFailedReads)
     WriteHotFolder(u"Fourth", "D:\\In");
     RunCompletions();
     EXPECT_EQ(LoadedHotFolders().size(), 3u);
-}
-
-// The last use of a watch makes a wake-up file, and the watch ends in its own
-// completion, whose records are not reported; a reload before that completion
-// keeps the watch, which then reports the wake-up file. Without a wake-up file
-// the watch ends at its next change.
-TEST_F(InputFolderTest, TheLastUseWakesTheWatchWhichEndsInItsOwnCompletion)
-{
-    StartOn({u"Invoices", u"Other"});
-    std::size_t const handles = world().OpenHandleCount();
-    DirectoryWatch* const watch = WatchOf(u"D:\\In");
-    RemoveHotFolder(watcher, *watcher.specsByIni.begin());
-    LoadHotFolder(InRoot(u"Other\\Desktop.ini"), watcher);
-    EXPECT_EQ(watch->useCount, 1u) << "down to zero and up again";
-    RunCompletions();
-    ASSERT_EQ(WatchOf(u"D:\\In"), watch);
-    Texts const added = EventsWithId(MSG_FILE_ADDED);
-    ASSERT_EQ(added.size(), 1u);
-    EXPECT_EQ(added, EventsWithId(MSG_FILE_REMOVED));
-    EXPECT_EQ(added[0].rfind("D:\\In|Wak", 0), 0u) << added[0];
-    EXPECT_TRUE(watcher.pending.IsEmpty()) << "the wake-up file was touched and forgotten";
-
-    world().eventLog.Clear();
-    RemoveHotFolder(watcher, *watcher.specsByIni.begin());
-    EXPECT_EQ(WatchOf(u"D:\\In"), watch) << "ended only from inside its completion routine";
-    EXPECT_TRUE(world().files.List(u"D:\\In").empty()) << "the wake-up file came and went";
-    RunCompletions();
-    EXPECT_EQ(WatchOf(u"D:\\In"), nullptr);
-    EXPECT_EQ(world().OpenHandleCount(), handles - 1);
-    EXPECT_TRUE(world().eventLog.Records().empty());
-
-    LoadHotFolder(InRoot(u"Other\\Desktop.ini"), watcher);
-    world().faults.Fail("GetTempFileNameW", ERROR_ACCESS_DENIED);
-    RemoveHotFolder(watcher, *watcher.specsByIni.begin());
-    RunCompletions();
-    ASSERT_NE(WatchOf(u"D:\\In"), nullptr) << "nothing completed its read";
-    world().files.WriteFile(u"D:\\In\\someone's.pdf", "");
-    RunCompletions();
-    EXPECT_EQ(WatchOf(u"D:\\In"), nullptr);
-    EXPECT_TRUE(world().eventLog.Records().empty());
 }
 
 }  // namespace

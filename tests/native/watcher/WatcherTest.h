@@ -1,7 +1,5 @@
-// The fixture of the watcher's native suites: a user whose local
-// application-data folder is C:\Users\clerk\AppData\Local, the watcher's hot
-// folder state, and the steps a story needs (arrange hot folders, start the
-// tree, let the completion routines run, read the pending files and events).
+// The fixture of the watcher's native suites: the user clerk's hot folder root,
+// the watcher's state, and the steps its stories take.
 #pragma once
 
 #include "EventReporter.h"
@@ -18,7 +16,6 @@ namespace hf::test {
 
 using Texts = std::vector<std::string>;
 
-// The root folder, in UTF-16 and in UTF-8.
 inline constexpr char16_t kRoot[] = u"C:\\Users\\clerk\\AppData\\Local\\Tarnwick Hot Folders";
 inline std::string const kRoot8 = U8(kRoot);
 

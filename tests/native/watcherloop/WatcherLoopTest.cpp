@@ -1,8 +1,6 @@
-// Whole-watcher stories: the real RunWatcher on the simulated machine, with a
-// hot folder tree, Acrobat whose plug-in answers every job, and (when a story
-// has one) a service that connects back when the watcher announces itself and
-// switches it over the control pipe. Each story is scripted on the virtual
-// clock; the watcher runs until the script is exhausted and its wait fails.
+// Whole-watcher stories: the real RunWatcher on the simulated machine with a
+// hot folder, an Acrobat whose plug-in answers every job and, where a story has
+// one, a service; each runs on the virtual clock until its script is exhausted.
 #include "SimTest.h"
 #include "acrobat/AcrobatLauncher.h"
 #include "acrobat/JobMessage.h"
@@ -22,11 +20,11 @@ using Texts = std::vector<std::string>;
 constexpr char16_t kAcrobatExe[] = u"C:\\Program Files\\Adobe\\Acrobat\\Acrobat.exe";
 constexpr char16_t kWatcherPipe[] = u"\\\\.\\pipe\\Tarnwick_FolderWatcher_OFFICE_clerk";
 constexpr char16_t kRoot[] = u"C:\\Users\\clerk\\AppData\\Local\\Tarnwick Hot Folders";
+std::u16string const kInvoicesIni = std::u16string(kRoot) + u"\\Invoices\\Desktop.ini";
 std::string const kWatcherPipe8 = U8(kWatcherPipe);
 
-// The service as the watcher sees it: a FolderService whose ConnectWatcher
-// makes the service connect back and write its current command, through the
-// service's own protocol code, as the supervisor does.
+// The service as the watcher sees it: its ConnectWatcher connects back and
+// writes the current command through the service's own protocol code.
 class FakeFolderService : public os::IFolderService {
 public:
     HRESULT QueryInterface(os::GUID const&, void** object) override
@@ -58,14 +56,6 @@ public:
         currentCommand = code == CMD_STOP ? currentCommand : code;
         BroadcastCommand(code, links, events);
     }
-    // The service process ends: its pipe ends close.
-    void Exit()
-    {
-        for (auto const& link : links) {
-            os::CloseHandle(link.second.pipe);
-        }
-        links.clear();
-    }
 
     EventReporter events{kCategoryService};
     WatcherLinks links;
@@ -82,16 +72,11 @@ protected:
         plugIn = sim::ScriptedPipeServer::Create(u"\\\\.\\pipe\\Tarnwick_PlugIn_OFFICE_clerk");
         world().processes.children.AddImage(kAcrobatExe, [server = plugIn](auto const& p) { server->RunInside(p, 0); });
         world().files.MakeDirectory(u"C:\\In");
-        HotFolder(u"Invoices", "C:\\In");
+        world().files.WriteFile(kInvoicesIni,
+                                "[Tarnwick]\r\nInputFolder=C:\\In\r\nOutputFolder=C:\\Out\r\n"
+                                "Script=C:\\Scripts\\stamp.py\r\n");
     }
 
-    // A hot folder below the root taking `input`.
-    void HotFolder(std::u16string const& name, std::string const& input, std::string const& output = "C:\\Out")
-    {
-        world().files.WriteFile(std::u16string(kRoot) + u"\\" + name + u"\\Desktop.ini",
-                                "[Tarnwick]\r\nInputFolder=" + input + "\r\nOutputFolder=" + output +
-                                    "\r\nScript=C:\\Scripts\\stamp.py\r\n");
-    }
     // A service is registered and answers the watcher's announcement.
     void StartService()
     {
@@ -144,7 +129,11 @@ TEST_F(WatcherLoopTest, SettledFilesBecomeJobsWhileTheServiceSaysRun)
     for (DWORD tick : {3500u, 3501u, 20000u, 29000u}) {
         At(tick, [this, tick, &jobsAt] { jobsAt[tick] = plugIn->Frames().size(); });
     }
+    int timedOut = 0;
+    At(30000, [this, &timedOut] { timedOut = world().TimedOutWaits(); });
+    At(90000, [] {});  // a virtual minute with nothing to do
     RunWatcher(false);
+    EXPECT_EQ(world().TimedOutWaits(), timedOut) << "an idle watcher never wakes up";
     EXPECT_EQ(service.announced, (std::vector<std::u16string>{kWatcherPipe}));
     EXPECT_EQ(jobsAt, (std::map<DWORD, std::size_t>{{3500, 0}, {3501, 1}, {20000, 1}, {29000, 2}}));
     EXPECT_EQ(Jobs(), (Texts{"C:\\In\\a.pdf > C:\\Out", "C:\\In\\b.pdf > C:\\Out", "C:\\In\\c.pdf > C:\\Out",
@@ -152,45 +141,8 @@ TEST_F(WatcherLoopTest, SettledFilesBecomeJobsWhileTheServiceSaysRun)
     EXPECT_EQ(service.references, 0u) << "the watcher released the service at its end";
 }
 
-// A burst of writes and a rename, with the change records laid out padded (as
-// Windows does) and end to end (as Wine does): a record need not start on a
-// 4-byte boundary, no record of a read may be lost either way, and a renamed
-// file is handed on under its new name only.
-using Layout = sim::FileSystem::RecordLayout;
-class RecordLayouts : public WatcherLoopTest, public ::testing::WithParamInterface<Layout> {};
-
-TEST_P(RecordLayouts, EveryFileReachesEachOfItsHotFoldersInTheOrderOfTheWrites)
-{
-    world().files.recordLayout = GetParam();
-    world().files.MakeDirectory(u"C:\\Shared");
-    HotFolder(u"B-Stamp", "C:\\Shared", "C:\\Stamped");
-    HotFolder(u"A-Print", "C:\\Shared", "C:\\Printed");
-    StartService();
-    DropFileAt(100, u"C:\\In\\a.txt");
-    At(100, [this] {
-        // Names of odd and even lengths, written between two waits: one read holds them all.
-        for (int i = 1; i <= 120; ++i) {
-            world().files.WriteFile(u"C:\\Shared\\f" + Widen(std::to_string(i)) + u".pdf", "%PDF");
-        }
-    });
-    At(1000, [this] { world().files.Rename(u"C:\\In\\a.txt", u"C:\\In\\b.txt"); });
-    Texts expected;
-    for (int i = 1; i <= 120; ++i) {
-        std::string const input = "C:\\Shared\\f" + std::to_string(i) + ".pdf";
-        expected.insert(expected.end(), {input + " > C:\\Printed", input + " > C:\\Stamped"});
-    }
-    expected.push_back("C:\\In\\b.txt > C:\\Out");
-    RunWatcher(false);
-    EXPECT_EQ(Jobs(), expected);
-    EXPECT_EQ(OnlyEvent(MSG_FILE_RENAMED_NEW).strings, (std::vector<std::u16string>{u"C:\\In", u"b.txt"}));
-}
-
-INSTANTIATE_TEST_SUITE_P(Watcher, RecordLayouts, ::testing::Values(Layout::Padded, Layout::Packed),
-                         [](auto const& info) { return info.param == Layout::Packed ? "Packed" : "Padded"; });
-
 // One file dropped at 100 ms into a watcher whose surroundings fail or change
-// in one way: the file's fate, and exactly the report (if any) that each
-// failure calls for.
+// in one way: the file's fate, and exactly the report each failure calls for.
 struct OneFileStory {
     const char* name;
     bool service;
@@ -203,13 +155,17 @@ struct OneFileStory {
     std::optional<std::vector<BYTE>> sent = std::nullopt;  // what a control client writes at 50 ms, then leaving
 };
 
+// The service process ends: its pipe ends close.
 void ServiceExits(FakeFolderService& service)
 {
-    service.Exit();
+    for (auto const& link : service.links) {
+        os::CloseHandle(link.second.pipe);
+    }
+    service.links.clear();
 }
 void HotFolderGoes(FakeFolderService&)
 {
-    sim::TheWorld().files.Delete(std::u16string(kRoot) + u"\\Invoices\\Desktop.ini");
+    sim::TheWorld().files.Delete(kInvoicesIni);
 }
 
 class OneFile : public WatcherLoopTest, public ::testing::WithParamInterface<OneFileStory> {};
@@ -268,8 +224,6 @@ std::vector<BYTE> Codes(std::vector<DWORD> const& codes)
 // any value but pause and stop means run, and a short read keeps the rest of
 // the previous code; a client's leaving is reported (44, code 109).
 OneFileStory const kOneFileStories[] = {
-    {"NoService", false, "", 0, nullptr, 0, MSG_INSTANTIATE_SERVICE_FAILED,
-     "Failed to instantiate service.  Error code: 0x80040154.\r\n"},
     {"ServiceGoes", true, "", 0, ServiceExits, 1, MSG_READ_PIPE_CALLBACK_ERROR, kClientLeft},
     {"HotFolderGoes", true, "", 0, HotFolderGoes, 0, MSG_FILE_REMOVED,
      "File removed from " + U8(kRoot) + ":\r\n\r\nInvoices\\Desktop.ini\r\n"},
@@ -277,47 +231,30 @@ OneFileStory const kOneFileStories[] = {
     {"ControlReadFails", true, "ReadFileEx", ERROR_INVALID_HANDLE, nullptr, 0, MSG_READ_FILE_FAILED,
      "ReadFile(" + kWatcherPipe8 + ") failed.  Error code: 6\r\n"},
     Client("ClientSendsNothing", {}, false),
-    Client("RunAlone", Codes({CMD_RUN}), true),
-    Client("UnknownValueMeansRun", Codes({0x1234}), true),
-    Client("RunRunStop", Codes({CMD_RUN, CMD_RUN, CMD_STOP}), false),
-    Client("StopPauseRun", Codes({CMD_STOP, CMD_PAUSE, CMD_RUN}), true),
+    Client("StopPauseThenAnUnknownValueMeansRun", Codes({CMD_STOP, CMD_PAUSE, 0x1234}), true),
     Client("RunThenPause", Codes({CMD_RUN, CMD_PAUSE}), false),
-    Client("ConnectCodeIsNoPause", Codes({CMD_CONNECT}), true),
     Client("ShortReadAfterRunIsStop", {1, 0x80, 0, 0, 2, 0x80}, false),
 };
 
 INSTANTIATE_TEST_SUITE_P(Stories, OneFile, ::testing::ValuesIn(kOneFileStories),
                          [](auto const& info) { return std::string(info.param.name); });
 
-// A watcher that finds another listening for its user, or cannot find its root
-// folder, ends before its loop and leaves COM as it found it.
-TEST_F(WatcherLoopTest, ASecondWatcherOfTheSameUserExitsWithMessage54)
+// A watcher that finds another listening for its user, or has no root folder,
+// says so and ends before its loop, leaving COM as it found it.
+TEST_F(WatcherLoopTest, EndsBeforeItsLoopWhenAnotherListensOrThereIsNoRoot)
 {
     auto first = sim::ScriptedPipeServer::Create(kWatcherPipe);
     first->Start();
-    EXPECT_EQ(RunWatcher(false), 0);
-    EXPECT_EQ(EventIds(), (std::vector<DWORD>{MSG_WATCHER_ALREADY_RUNNING}));
-    EXPECT_EQ(OnlyEvent(MSG_WATCHER_ALREADY_RUNNING).type, EVENTLOG_INFORMATION_TYPE);
-    EXPECT_EQ(first->Connections(), 1) << "the probe reached the first watcher";
-    EXPECT_EQ(world().com.apartments, 0);
-}
-
-TEST_F(WatcherLoopTest, AWatcherWithoutARootFolderEndsAfterMessage34)
-{
     world().faults.Fail("SHGetFolderPathW", ERROR_ACCESS_DENIED);
     EXPECT_EQ(RunWatcher(false), 0);
-    EXPECT_EQ(OnlyEvent(MSG_CREATE_ROOT_FAILED).strings.front(), u"");
-    EXPECT_EQ(world().ExhaustedWaits(), 0) << "the loop never ran";
+    first->Stop();
+    EXPECT_EQ(RunWatcher(false), 0);
+    EXPECT_EQ(RenderedEvents(), (Texts{"Exiting because there is already a hot folder watcher process running.\r\n",
+                                       "Failed to instantiate service.  Error code: 0x80040154.\r\n",
+                                       "Failed to create user's hot folder folder .  Error code: 5\r\n"}));
+    EXPECT_EQ(world().eventLog.Records()[0].type, EVENTLOG_INFORMATION_TYPE);
+    EXPECT_EQ(world().ExhaustedWaits(), 0) << "no loop ran";
     EXPECT_EQ(world().com.apartments, 0);
-}
-
-TEST_F(WatcherLoopTest, AnIdleWatcherNeverWakesUp)
-{
-    StartService();
-    At(60000, [] {});  // the story lasts a virtual minute
-    RunWatcher(false);
-    EXPECT_EQ(world().TimedOutWaits(), 0);
-    EXPECT_EQ(world().Ticks(), 60000u);
 }
 
 // As service, Acrobat goes once nothing is pending, or at a pause even in the

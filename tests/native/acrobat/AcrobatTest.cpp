@@ -117,7 +117,6 @@ TEST_F(AcrobatLauncher, ReadsOnlyAWellFormedString)
         {std::nullopt, {}, u"", "Failed to open registry key Software\\Tarnwick\\AcrobatPath.  Error code: 2\r\n"},
         {std::nullopt, {0}, u"", "Failed to read registry key Software\\Tarnwick\\AcrobatPath, value .  Error code: 2\r\n"},
         {REG_BINARY, Bytes(kAcrobatExe), u"", kBadValue},
-        {REG_DWORD, {1, 0, 0, 0}, u"", kBadValue},
         {REG_SZ, Bytes(u"C:\\a.exe", 3), u"", kBadValue},  // odd length
         {REG_SZ, Bytes(kAcrobatExe, 0), u"", kBadValue},  // no terminator
         {REG_SZ, {}, u"", ""},

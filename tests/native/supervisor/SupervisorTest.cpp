@@ -60,19 +60,6 @@ protected:
         });
     }
 
-    // Runs the supervisor thread to its end, then lets these watchers and the launched ones read.
-    void RunSupervisor(std::vector<ListeningWatcher*> watchers)
-    {
-        EXPECT_EQ(SupervisorThread(nullptr), 0u);
-        for (auto const& watcher : launched) {
-            watchers.push_back(watcher.get());
-        }
-        for (ListeningWatcher* watcher : watchers) {
-            watcher->Read();
-        }
-        world().RunApcs();
-    }
-
     EventReporter events{kCategoryService};
     WatcherLinks links;
     std::vector<std::unique_ptr<ListeningWatcher>> launched;
@@ -253,7 +240,11 @@ TEST_F(SupervisorTest, WatchersAreLinkedAtStartAndGetEveryCommand)
         Post(CMD_STOP);
     });
 
-    RunSupervisor({&alice, &carol, &other});
+    EXPECT_EQ(SupervisorThread(nullptr), 0u);
+    for (ListeningWatcher* watcher : {&alice, &carol, &other, launched.at(0).get(), launched.at(2).get()}) {
+        watcher->Read();
+    }
+    world().RunApcs();
     EXPECT_EQ(EventIds(),
               (std::vector<DWORD>{MSG_CONNECTED_TO_WATCHER_PIPE, MSG_CONNECTED_TO_WATCHER_PIPE,
                                   MSG_FOUND_INSTALLED_USER, MSG_FOUND_INSTALLED_USER, MSG_FOUND_INSTALLED_USER,
@@ -273,7 +264,7 @@ TEST_F(SupervisorTest, WatchersAreLinkedAtStartAndGetEveryCommand)
 // With nothing left that could ever wake it, the supervisor's wait fails: reported, it ends the thread.
 TEST_F(SupervisorTest, AFailedWaitEndsTheThread)
 {
-    RunSupervisor({});
+    EXPECT_EQ(SupervisorThread(nullptr), 0u);
     EXPECT_EQ(RenderedEvents().back(), "WaitForMultipleObjects failed.  Error code: 6\r\n");
 }
 

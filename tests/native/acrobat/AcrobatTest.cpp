@@ -11,7 +11,6 @@
 #include <boost/make_shared.hpp>
 
 #include <array>
-#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>

@@ -117,9 +117,9 @@ TEST_F(SupervisorTest, ALaunchReportsAndCleansUpAsEachFailureRequires)
         "Launching C:\\Program Files\\Tarnwick\\TarnwickHotFolder.exe for user OFFICE\\alice with "
         "commandline:\r\nTarnwickHotFolder.exe -asservice\r\n";
     // The user, the reports and the last one's text, a failing call and its error, another account that sealed the
-    // password, a pipe a link exists to already, the profile path of a launch.
+    // password, the profile path of a launch.
     // clang-format off
-    struct Row { const char16_t* user; std::vector<DWORD> reports; std::string lastText; const char* failingCall = ""; DWORD error = 0; const char16_t* sealer = nullptr; const char16_t* linkedAs = nullptr; const char16_t* profile = nullptr; };
+    struct Row { const char16_t* user; std::vector<DWORD> reports; std::string lastText; const char* failingCall = ""; DWORD error = 0; const char16_t* sealer = nullptr; const char16_t* profile = nullptr; };
     Row const rows[] = {
         {u"\\alice", {MSG_LOGON_FAILED}, "Attempt to logon as user alice on domain  failed.  Error code: 1326\r\n"},
         {u"OFFICE\\", {MSG_LOGON_FAILED}, "Attempt to logon as user  on domain OFFICE failed.  Error code: 1326\r\n"},
@@ -128,22 +128,15 @@ TEST_F(SupervisorTest, ALaunchReportsAndCleansUpAsEachFailureRequires)
         {kAlice, {MSG_LOAD_USER_PROFILE_FAILED}, "LoadUserProfile(alice) failed.  Error code: 5\r\n", "LoadUserProfileW", ERROR_ACCESS_DENIED},
         {kAlice, {MSG_LAUNCHING_WATCHER, MSG_CREATE_PROCESS_AS_USER_FAILED}, "CreateProcessAsUser(OFFICE\\alice, TarnwickHotFolder.exe -asservice) failed.  Error code: 1314\r\n", "CreateProcessAsUserW", ERROR_PRIVILEGE_NOT_HELD},
         {kAlice, {MSG_DECRYPT_PASSWORD_FAILED}, "Error decrypting password for user OFFICE\\alice.  Error code: -2146893813\r\n", "", 0, u"OFFICE\\clerk"},
-        {kAlice, {}, "", "", 0, nullptr, u"\\\\.\\PIPE\\tarnwick_folderwatcher_office_ALICE"},
-        {kAlice, {MSG_LAUNCHING_WATCHER}, kLaunching, "", 0, nullptr, nullptr, u"\\\\files\\profiles\\alice"},
-        {kAlice, {MSG_LAUNCHING_WATCHER}, kLaunching, "NetUserGetInfo", ERROR_BAD_NETPATH, nullptr, nullptr, u"(none)"},
+        {kAlice, {MSG_LAUNCHING_WATCHER}, kLaunching, "", 0, nullptr, u"\\\\files\\profiles\\alice"},
+        {kAlice, {MSG_LAUNCHING_WATCHER}, kLaunching, "NetUserGetInfo", ERROR_BAD_NETPATH, nullptr, u"(none)"},
     };
     // clang-format on
     for (auto const& row : rows) {
         SCOPED_TRACE(row.lastText + row.failingCall);
         world().registry.Clear();
-        links.clear();
         Install(row.user, u"replaced");  // the second install's password counts
         Install(row.user, kPassword, row.sealer);
-        std::unique_ptr<ListeningWatcher> running;
-        if (row.linkedAs) {
-            running = std::make_unique<ListeningWatcher>(row.linkedAs);
-            ASSERT_TRUE(ConnectToWatcher(row.linkedAs, links, events, CMD_RUN));
-        }
         world().eventLog.Clear();
         world().faults.Fail(row.failingCall, row.error);  // "" fails nothing
         long const handlesBefore = HandlesLeftOpen();
@@ -213,7 +206,8 @@ TEST_F(SupervisorTest, WatchersAreLinkedAtStartAndGetEveryCommand)
     Install(kAlice);
     Install(u"OFFICE\\bob");
     Install(u"OFFICE\\carol");
-    ListeningWatcher alice(WatcherPipe(kAlice)), erin(WatcherPipe(u"OFFICE\\erin"));
+    // alice's watcher, linked under other letter case, is not launched again.
+    ListeningWatcher alice(u"\\\\.\\pipe\\Tarnwick_FolderWatcher_office_ALICE"), erin(WatcherPipe(u"OFFICE\\erin"));
     // Found by the listing but not taken for a watcher: the prefix test is exact.
     ListeningWatcher carol(u"\\\\.\\pipe\\TARNWICK_FOLDERWATCHER_OFFICE_carol");
     ListeningWatcher other(u"\\\\.\\pipe\\Tarnwick_FolderWatcher-OFFICE_carol");

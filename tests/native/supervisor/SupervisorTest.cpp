@@ -145,10 +145,9 @@ TEST_F(SupervisorTest, ALaunchReportsAndCleansUpAsEachFailureRequires)
         LaunchWatchers({row.user, u"OFFICE\\bob"}, UserStore::Open().key(), links, events);  // bob is not installed
 
         EXPECT_EQ(EventIds(), row.reports);
-        if (!row.reports.empty()) {
-            EXPECT_EQ(std::to_string(world().eventLog.Records().back().type) + RenderedEvents().back(),
-                      std::to_string(row.profile ? EVENTLOG_INFORMATION_TYPE : EVENTLOG_ERROR_TYPE) + row.lastText);
-        }
+        ASSERT_FALSE(world().eventLog.Records().empty());
+        EXPECT_EQ(std::to_string(world().eventLog.Records().back().type) + RenderedEvents().back(),
+                  std::to_string(row.profile ? EVENTLOG_INFORMATION_TYPE : EVENTLOG_ERROR_TYPE) + row.lastText);
         // A launched watcher holds its control pipe open; the service keeps no handle on it.
         std::size_t const launches = row.profile ? 1 : 0;
         EXPECT_EQ(std::pair(started.size(), HandlesLeftOpen()),

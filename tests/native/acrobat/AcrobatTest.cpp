@@ -324,7 +324,7 @@ INSTANTIATE_TEST_SUITE_P(Stories, PlugInNeverServes, ::testing::Values(
 // starts at 1024 characters and doubles until it fits); a name that cannot be read leaves the prefix alone, silently.
 TEST_F(PlugInLinkTest, PlugInPipeIsNamedAfterTheUser)
 {
-    std::u16string const longName(4996, u'u');
+    std::u16string const longName(4996, u'ü');  // beyond the first buffer's doubles, and not ASCII
     world().processes.current.userName = u"A\\B\\" + longName;
     EXPECT_EQ(U8(PlugInPipeName()), U8(u"\\\\.\\pipe\\Tarnwick_PlugIn_A_B_" + longName));
     world().processes.current.userName = u"";  // GetUserNameExW fails on an empty name

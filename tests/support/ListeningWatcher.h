@@ -1,5 +1,4 @@
-// A watcher's control pipe as the service sees it: one listening instance that
-// reads whatever a client writes, for the service-side suites.
+// A watcher's control pipe as the service sees it: one listening instance that reads whatever a client writes.
 #pragma once
 
 #include "platform/Files.h"
@@ -23,20 +22,15 @@ public:
     ListeningWatcher(const ListeningWatcher&) = delete;
     ListeningWatcher& operator=(const ListeningWatcher&) = delete;
 
-    // Starts reading once a client is there; what arrives counts in Codes()
-    // when the reads complete (in an alertable wait, or the test's RunApcs).
+    // Reads once a client is there; what arrives counts when the reads complete (in an alertable wait or RunApcs).
     void Read()
     {
         read_.hEvent = this;  // reads leave it to the caller
         os::ReadFileEx(pipe_, buffer_, sizeof buffer_, &read_, &OnRead);
     }
-    // The watcher process goes away.
-    void Exit() { os::CloseHandle(pipe_); }
-
-    // What arrived, as 4-byte little-endian codes.
-    std::vector<DWORD> Codes() const;
-    // A read ended with an error (the client's end closed, say).
-    bool Broken() const { return broken_; }
+    void Exit() { os::CloseHandle(pipe_); }  // the watcher process goes away
+    std::vector<DWORD> Codes() const;        // what arrived, as 4-byte little-endian codes
+    bool Broken() const { return broken_; }  // a read ended with an error (the client's end closed, say)
 
 private:
     static void OnRead(DWORD error, DWORD bytes, OVERLAPPED* overlapped);

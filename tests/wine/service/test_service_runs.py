@@ -95,7 +95,6 @@ class TheServiceEndToEnd(PrefixStory):
             expected.update(changes)
             self.assertEqual(registration(self.prefix, executable), expected, self.last_run)
 
-
     def test_4_the_service_runs_the_users_watcher_and_stopping_it_idles_the_watcher(self):
         prefix = self.prefix
         self.assertEqual(prefix.run(prefix.executable, "-Service", timeout=120).exit_code, 0)
@@ -153,7 +152,6 @@ class TheServiceEndToEnd(PrefixStory):
         self.assertNotIn(49, [e.event_id for e in events])
         self.assertEqual(self.drop_and_wait("c.pdf", expect_job=False), [])
         self.assertIsNone(self.watcher.poll())
-
 
 
 if __name__ == "__main__":

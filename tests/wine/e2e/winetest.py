@@ -9,9 +9,8 @@ would hold the test's output pipes, which CTest then waits on for ever.
     winetest.py template DIR                  make the template prefix unless it exists
     winetest.py ready PREFIX --template DIR   clone, start and boot a prefix unless it is running
     winetest.py run PREFIX --template DIR [NAME=VALUE...] PROGRAM [ARGUMENT...]
-                                              ready, then run PROGRAM there, NAME=VALUE added to its
-                                              environment (CTest's emulator for the GoogleTest suites;
-                                              HF_WINEDEBUG sets its WINEDEBUG)
+                                              ready, then run PROGRAM there with NAME=VALUE (CTest's emulator
+                                              for the GoogleTest suites; HF_WINEDEBUG sets its WINEDEBUG)
     winetest.py stop PREFIX...                stop the Wine servers of these prefixes
 """
 import collections
@@ -35,6 +34,7 @@ BOOTED_MARK = ".hf-booted"
 REGISTRY_ROOTS = {"HKCR": "HKEY_CLASSES_ROOT", "HKCU": "HKEY_CURRENT_USER", "HKLM": "HKEY_LOCAL_MACHINE"}
 SERVER_ALREADY_RUNNING = 2  # wineserver -p's exit code when the prefix's server runs
 SETTLE_SECONDS = 2.0  # how long a file must stay untouched before it is handed on
+STALLED_SECONDS = 10  # the settle time, the test plug-in's start (a retry after 2 s) and some slack
 SUCCESS, ERROR, INFORMATION = 0, 1, 4  # event types
 CATEGORY_SERVICE, CATEGORY_USER = 1, 2
 USERS_KEY = r"HKLM\SOFTWARE\Orvanta\Tarnwick\4\HotFolderUsers"
@@ -62,12 +62,12 @@ def locked(path):  # so that concurrent tests make `path` once
         yield
 
 
-def make_template(path, timeout=300):
+def make_template(path):
     path = Path(path).resolve()
     with locked(path):
         if not (path / TEMPLATE_MARK).exists():
             shutil.rmtree(path, ignore_errors=True)  # left half-made by an interrupted run
-            run_detached(["wineboot", "-i"], wine_environment(path), timeout)
+            run_detached(["wineboot", "-i"], wine_environment(path), 300)
             stop_server(path)  # which writes the registry files
             if not (path / "system.reg").exists():
                 raise RuntimeError(f"wineboot -i made no prefix at {path}")
@@ -89,21 +89,20 @@ def clone_prefix(template, path):
     return path
 
 
-def start_server(path, timeout=120):
-    """Starts the prefix's persistent server and boots the prefix, tracing to its trace file."""
+def start_server(path):  # and boots the prefix, tracing to its trace file
     if run_detached(["wineserver", "-p"], wine_environment(path), 30) == SERVER_ALREADY_RUNNING and \
             (path / BOOTED_MARK).exists():
         return
     with open(path / Prefix.TRACE_FILE, "ab") as trace:
-        run_detached(["wineboot"], wine_environment(path, EVENT_TRACE), timeout, stderr=trace)
+        run_detached(["wineboot"], wine_environment(path, EVENT_TRACE), 120, stderr=trace)
     (path / BOOTED_MARK).touch()
 
 
-def stop_server(path, timeout=60):  # and everything running in the prefix
+def stop_server(path):  # and everything running in the prefix
     path = Path(path)
     if path.exists():
         for option in ("-k", "-w"):
-            run_detached(["wineserver", option], wine_environment(path), timeout)
+            run_detached(["wineserver", option], wine_environment(path), 60)
         (path / BOOTED_MARK).unlink(missing_ok=True)
 
 
@@ -187,19 +186,16 @@ class Prefix:
     def wine(self, *arguments, timeout=60, check=True, input=None, debug="-all"):
         """Runs `wine ARGUMENTS...`; its output is decoded from code page 437,
         the OEM code page of the en-US locale that C.UTF-8 gives."""
-        result = subprocess.run(["wine", *arguments], env=wine_environment(self.path, debug), capture_output=True,
-                                timeout=timeout, check=False,
-                                **({"input": input} if input is not None else {"stdin": subprocess.DEVNULL}))
+        result = subprocess.run(["wine", *arguments], env=wine_environment(self.path, debug), input=input or b"",
+                                capture_output=True, timeout=timeout, check=False)
         result.stdout = result.stdout.decode("cp437")
         if check and result.returncode != 0:
             raise RuntimeError(f"wine {' '.join(arguments)} exited with {result.returncode}: {result.stderr!r}")
         return result
 
     def reg_tree(self, key):
-        """`wine reg query /s` as {path below `key` ("" for itself): {value name
-        ("" for the default): (type, data)}}; None when the key is missing."""
-        # A failure of reg.exe itself is asked again and then reported with its
-        # output, never taken for a missing key.
+        """`wine reg query /s` as {path below `key` ("" for itself): {value name ("" for the default): (type,
+        data)}}; None when the key is missing (a failure of reg.exe itself is asked again, then raised)."""
         for _ in range(3):
             result = self.wine("reg", "query", key, "/s", check=False)
             if result.returncode == 0 or "Unable to find" in result.stdout:
@@ -219,52 +215,48 @@ class Prefix:
             values["" if name == "(Default)" else name] = (kind, data or "")
         return tree
 
-    def launch(self, program, *arguments, extra=None, **options):
-        """Starts `program` in the prefix, tracing the events to the trace file, `extra` added to its environment."""
+    def launch(self, program, extra=None, run=subprocess.Popen, **options):
+        """Starts (or `run`s) `program` in the prefix, tracing the events, `extra` added to its environment."""
         with open(self.trace_path, "ab") as trace:
-            return subprocess.Popen(["wine", program, *arguments], env=wine_environment(self.path, EVENT_TRACE, extra),
-                                    stdin=options.pop("stdin", subprocess.DEVNULL), stderr=trace, **options)
+            return run(["wine", program], env=wine_environment(self.path, EVENT_TRACE, extra),
+                       stdin=options.pop("stdin", subprocess.DEVNULL), stderr=trace, **options)
 
     def run_command_line(self, line, timeout=60):
-        """Runs a raw command line through the build's launcher (exactly as
-        given, with its 32-bit exit code); returns it with the events reported meanwhile."""
+        """Runs a raw command line through the build's launcher (exactly as given, with its 32-bit exit code);
+        returns it with the events reported meanwhile."""
         start = self.trace_size()
-        launcher = self.launch(self.launcher, extra={"HF_LAUNCH_COMMAND_LINE": line}, stdout=subprocess.PIPE)
-        try:
-            output = launcher.communicate(timeout=timeout)[0]
-        except subprocess.TimeoutExpired:
-            launcher.kill()
-            launcher.wait()
-            raise
+        output = self.launch(self.launcher, {"HF_LAUNCH_COMMAND_LINE": line}, subprocess.run, stdout=subprocess.PIPE,
+                             timeout=timeout).stdout
         match = re.search(rb"^exit code (-?\d+)\s*$", output, re.MULTILINE)
         if not match:
-            raise RuntimeError(f"the launcher ran no program ({launcher.returncode}): {output!r}")
+            raise RuntimeError(f"the launcher ran no program: {output!r}")
         return Run(line, int(match.group(1)), self.events(start))
 
     def run(self, program, *arguments, timeout=60):
         return self.run_command_line(command_line(program, *arguments), timeout)
 
     def give_user_a_hot_folder(self):
-        """The user's hot folder Invoices (input C:\\In, outside the root, output
-        C:\\Out), made before any watcher starts; starts the prefix and names the
-        test plug-in as Acrobat. Returns the Unix paths of C:\\In and C:\\Out."""
-        drive_c = self.path / "drive_c"
-        for folder in (drive_c / "In", drive_c / "Out", self.root() / "Invoices"):
-            folder.mkdir(parents=True)
-        (self.root() / "Invoices" / "Desktop.ini").write_bytes(
-            b"[.ShellClassInfo]\r\n" + desktop_ini(r"C:\In", r"C:\Out", r"C:\Scripts\stamp.py"))
+        """The user's hot folder Invoices (input C:\\In, outside the root, output C:\\Out), made before any
+        watcher starts; starts the prefix and names the test plug-in as Acrobat."""
+        for folder in ("In", "Out"):
+            (self.path / "drive_c" / folder).mkdir()
+        ini, text = self.hot_folder("Invoices", r"C:\In", r"C:\Out", r"C:\Scripts\stamp.py")
+        ini.write_bytes(b"[.ShellClassInfo]\r\n" + text)
         self.start()
         self.wine("reg", "add", r"HKLM\Software\Tarnwick\AcrobatPath", "/f", "/ve", "/d",
                   windows_path(build_file("tools", "TestPlugIn", "TestPlugIn.exe")))
-        return drive_c / "In", drive_c / "Out"
 
     def root(self):
         return self.path / "drive_c" / "users" / getpass.getuser() / "AppData" / "Local" / "Tarnwick Hot Folders"
 
+    def hot_folder(self, name, input_folder, output_folder, script):  # its Desktop.ini's path and text, yet to write
+        (self.root() / name).mkdir(parents=True)
+        return self.root() / name / "Desktop.ini", (f"[Tarnwick]\r\nInputFolder={input_folder}\r\n"
+                                                    f"OutputFolder={output_folder}\r\nScript={script}\r\n").encode()
+
     def start_watcher(self, switch="-currentuser", plug_in="-lifetime:180000"):
-        """Starts the executable as the user's watcher through the launcher and
-        waits until it watches its root; the test plug-in it starts journals to
-        C:\\journal.txt. stop() ends the watcher with the prefix, then wait() for it."""
+        """Starts the executable as the user's watcher and waits until it watches its root; the test plug-in it
+        starts journals to C:\\journal.txt. stop() ends the watcher with the prefix, then wait() for it."""
         watcher = self.launch(self.launcher, stdout=subprocess.DEVNULL, start_new_session=True, extra={
             "HF_LAUNCH_COMMAND_LINE": command_line(self.executable, switch),
             "TARNWICK_TEST_PLUGIN": rf"-journal:C:\journal.txt {plug_in}"})
@@ -280,22 +272,33 @@ class Prefix:
     def drop(self, name):
         (self.path / "drive_c" / "In" / name).write_bytes(b"%PDF-1.4 " + name.encode())
 
-    def journal(self, kind="job"):
-        """The test plug-in's journal lines of a kind, split at tabs, without the kind
-        (a job's: number, input, script, output folder, reply, outcome, received)."""
+    def journal(self, kind="job", folder=None):
+        """The test plug-in's journal lines of a kind (jobs from `folder`, a Windows path, if given), split at
+        tabs, without the kind (a job's: number, input, script, output folder, reply, outcome, received)."""
         journal = self.path / "drive_c" / "journal.txt"
         lines = journal.read_text(encoding="utf-8").splitlines() if journal.exists() else []
-        return [line.split("\t")[1:] for line in lines if line.split("\t")[0] == kind]
+        rows = [line.split("\t")[1:] for line in lines if line.split("\t")[0] == kind]
+        return [row for row in rows if folder in (None, row[1].rsplit("\\", 1)[0])]
 
-    def wait_for_jobs(self, count, timeout=30):  # the jobs once there are `count`, or after `timeout` s
-        return poll(self.journal, lambda jobs: len(jobs) >= count, timeout, 0.05)
+    def wait_for_jobs(self, count, folder=None, stall=STALLED_SECONDS):
+        """The jobs once there are `count`, or once none has come for `stall` s."""
+        jobs, before = self.journal(folder=folder), -1
+        while before < len(jobs) < count:
+            before = len(jobs)
+            jobs = poll(lambda: self.journal(folder=folder), lambda now: len(now) > before, stall, 0.05)
+        return jobs
 
-    def trace_size(self):
-        return self.trace_path.stat().st_size if self.trace_path.exists() else 0
+    def settled_jobs(self, count=0, folder=None, stall=STALLED_SECONDS):
+        """The jobs once there are `count`, and long enough after for a file dropped just before to have been
+        handed on too."""
+        self.wait_for_jobs(count, folder, stall)
+        time.sleep(SETTLE_SECONDS * 2 + 1)
+        return self.journal(folder=folder)
+
+    def trace_size(self):  # the trace file is there from the prefix's start
+        return self.trace_path.stat().st_size
 
     def events(self, start=0):
-        if not self.trace_path.exists():
-            return []
         with open(self.trace_path, "rb") as trace:
             trace.seek(start)
             return parse_events(trace.read().decode("utf-8", "replace"))
@@ -312,11 +315,6 @@ class Prefix:
 
 def has_event(event_id, strings=None):
     return lambda events: any(e.event_id == event_id and strings in (None, e.strings) for e in events)
-
-
-def desktop_ini(input_folder, output_folder, script):
-    return (f"[Tarnwick]\r\nInputFolder={input_folder}\r\nOutputFolder={output_folder}\r\n"
-            f"Script={script}\r\n").encode()
 
 
 def build_file(*parts):

@@ -15,6 +15,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <tuple>
@@ -95,31 +96,20 @@ TEST(ModulePath, ACutPathIsTerminatedAndReportedAsInsufficientBuffer)
 std::wstring ExecutablePath()
 {
     char const* const unixPath = std::getenv("HF_EXECUTABLE");
-    std::wstring path = L"Z:";
-    for (char const* c = unixPath; c && *c != 0; ++c) {
-        path += *c == '/' ? L'\\' : static_cast<wchar_t>(static_cast<unsigned char>(*c));
-    }
+    std::wstring path = L"Z:" + Wide(FromUtf8(unixPath ? unixPath : ""));
+    std::replace(path.begin(), path.end(), L'/', L'\\');
     return path;
 }
 
 // FormatMessageW with FORMAT_MESSAGE_IGNORE_INSERTS keeps the inserts (%1 to
-// %99, so the %s of messages 59 and 60 too) but turns %n into CR LF, %r into
-// CR, %t into a tab, and ends the text at %0 (Wine's tests, passing on Windows).
-std::u16string AsFormattedWithoutInserts(std::u16string const& text)
+// %99, so the %s of messages 59 and 60 too) but turns %n, the one other escape
+// the texts use, into CR LF.
+std::u16string AsFormattedWithoutInserts(std::u16string text)
 {
-    std::u16string out;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        char16_t const next = i + 1 < text.size() ? text[i + 1] : u'\0';
-        if (text[i] != u'%' || next == u'\0') {
-            out += text[i];
-        } else if (next == u'0') {
-            return out;
-        } else {
-            out += next == u'n' ? u"\r\n" : next == u'r' ? u"\r" : next == u't' ? u"\t" : text.substr(i, 2);
-            ++i;
-        }
+    for (std::size_t at = text.find(u"%n"); at != std::u16string::npos; at = text.find(u"%n", at + 2)) {
+        text.replace(at, 2, u"\r\n");
     }
-    return out;
+    return text;
 }
 
 // The message table the event viewer renders reports with: every message is the

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """The product's MSI under Wine's msiexec, run quietly as an administrator runs
 it: an install the service manager refuses, the install, an upgrade in place
-by the next version's MSI, and the removal."""
+by the next version's MSI, and the removal, after which the executable's own
+registration in the same folder must match what the install left."""
 import os
 import re
 import shutil
@@ -9,7 +10,7 @@ import unittest
 
 from registration import (IID, LIBID, SERVICE, SERVICE_RUNNING, installed_service, registration,
                           serve_type_library_to_wine, service_registration)
-from winetest import USER, USERS_KEY, Prefix, PrefixStory, build_file, desktop_ini, windows_path
+from winetest import USER, USERS_KEY, PrefixStory, build_file, windows_path
 
 MSI = build_file("installer", "TarnwickHotFolders.msi")
 NEXT_MSI = build_file("tests", "wine", "installer", "TarnwickHotFolders-next.msi")
@@ -49,23 +50,9 @@ class MsiStory(PrefixStory):
         return sorted(values["DisplayVersion"][1] for values in listing.values()
                       if values.get("DisplayName", (None, ""))[1] == SERVICE and "DisplayVersion" in values)
 
-    @staticmethod
-    def whole_registration(prefix):  # with every value under the type library's and the interface's keys
-        return dict(registration(prefix, EXECUTABLE), typelib=prefix.reg_tree(r"HKCR\TypeLib" "\\" + LIBID),
-                    interface=prefix.reg_tree(r"HKCR\Interface" "\\" + IID))
-
-    def registered_by_the_executable(self):
-        """What the executable's own -Service leaves, installed in the same folder of a prefix of its own."""
-        reference = Prefix.for_test("msi_reference")
-        try:
-            folder = reference.path / "drive_c" / "Program Files" / "Tarnwick"
-            folder.mkdir(parents=True)
-            shutil.copy2(os.environ["HF_EXECUTABLE"], folder / "TarnwickHotFolder.exe")
-            reference.start()
-            self.assertEqual(reference.run(EXECUTABLE, "-Service", timeout=120).exit_code, 0)
-            return self.whole_registration(reference)
-        finally:
-            reference.stop()
+    def whole_registration(self):  # with every value under the type library's and the interface's keys
+        return dict(registration(self.prefix, EXECUTABLE), typelib=self.prefix.reg_tree(r"HKCR\TypeLib" "\\" + LIBID),
+                    interface=self.prefix.reg_tree(r"HKCR\Interface" "\\" + IID))
 
     def assertInstalled(self):
         self.assertEqual(self.installed_files(), PROGRAMS)
@@ -93,9 +80,8 @@ class MsiStory(PrefixStory):
 
         self.msiexec("/i", MSI, "install.log")
         self.assertInstalled()
-        installed, expected = self.whole_registration(prefix), service_registration(EXECUTABLE)
-        self.assertEqual({key: installed[key] for key in expected}, expected)
-        self.assertEqual(installed, self.registered_by_the_executable())
+        type(self).installed, expected = self.whole_registration(), service_registration(EXECUTABLE)
+        self.assertEqual({key: self.installed[key] for key in expected}, expected)
         self.install_user()
         self.assertEqual(self.control("is-installed", USER), (0, f"{USER} is installed"))
 
@@ -120,9 +106,9 @@ class MsiStory(PrefixStory):
 
     def test_3_removal_leaves_nothing_but_the_users_hot_folders(self):
         self.install_user()  # again: under Wine the upgrade took the users with it
-        hot_folder = self.prefix.root() / "Invoices"
-        hot_folder.mkdir(parents=True)
-        (hot_folder / "Desktop.ini").write_bytes(desktop_ini(r"C:\In", r"C:\Out", r"C:\Scripts\stamp.py"))
+        ini, text = self.prefix.hot_folder("Invoices", r"C:\In", r"C:\Out", r"C:\Scripts\stamp.py")
+        ini.write_bytes(text)
+        hot_folder = ini.parent
         (hot_folder / "kept.pdf").write_bytes(b"%PDF-1.4 kept")
         # The copy of the type library that only Wine needs is the test's own.
         self.prefix.wine("reg", "delete", r"HKCR\TypeLib" "\\" + LIBID + r"\1.0\0", "/f")
@@ -134,6 +120,13 @@ class MsiStory(PrefixStory):
         self.assertEqual(self.products(), [])
         self.assertEqual(sorted(path.name for path in hot_folder.iterdir()), ["Desktop.ini", "kept.pdf"])
         self.assertEqual((hot_folder / "kept.pdf").read_bytes(), b"%PDF-1.4 kept")
+
+        # The executable's own -Service, from the same folder, leaves what the install left.
+        folder = self.prefix.path / "drive_c" / "Program Files" / "Tarnwick"
+        folder.mkdir(exist_ok=True)
+        shutil.copy2(os.environ["HF_EXECUTABLE"], folder / "TarnwickHotFolder.exe")
+        self.assertEqual(self.prefix.run(EXECUTABLE, "-Service", timeout=120).exit_code, 0)
+        self.assertEqual(self.whole_registration(), self.installed)
 
 
 if __name__ == "__main__":

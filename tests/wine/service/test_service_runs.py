@@ -2,14 +2,12 @@
 """TarnwickHotFolder.exe run under Wine in a fresh prefix as an administrator
 and a user run it: its one-shot switches and what they leave in the registry
 and with the service control manager, then the service running a user's watcher."""
-import time
 import unittest
 
 from registration import (EVENT_SOURCE, SERVICE, SERVICE_RUNNING, SERVICE_STOPPED, installed_service,
                           registered_type_library, registration, serve_type_library_to_wine, service_registration,
                           tables)
-from winetest import (CATEGORY_SERVICE, CATEGORY_USER, ERROR, INFORMATION, SETTLE_SECONDS, USER, PrefixStory,
-                      has_event, poll)
+from winetest import CATEGORY_SERVICE, CATEGORY_USER, ERROR, INFORMATION, USER, PrefixStory, has_event, poll
 
 USER_CLASSES, MACHINE_CLASSES = r"HKCU\Software\Classes", r"HKLM\Software\Classes"
 
@@ -26,14 +24,6 @@ class TheServiceEndToEnd(PrefixStory):
         for key, tree in tables(self.prefix.executable).items():
             self.assertEqual(self.prefix.reg_tree(classes_root + "\\" + key), expected and expected[key],
                              f"{key} {self.last_run}")
-
-    def drop_and_wait(self, name, expect_job):
-        """Drops a file; the jobs once it has been handed on, or after long enough for it to have been."""
-        before = len(self.prefix.journal())
-        self.prefix.drop(name)
-        self.prefix.wait_for_jobs(before + 1, timeout=30 if expect_job else SETTLE_SECONDS * 2 + 1)
-        time.sleep(SETTLE_SECONDS + 1)  # long enough for a second job, were there one
-        return self.prefix.journal()[before:]
 
     def start_service(self, *awaited):  # -startservice, until the events `awaited` (predicates) come
         start = self.prefix.trace_size()
@@ -133,7 +123,8 @@ class TheServiceEndToEnd(PrefixStory):
         self.assertEqual(prefix.since(start, 52), [], "the announcement reached the service")
         [[pipe]] = prefix.since(start, 49)
         self.assertRegex(pipe, r"^\\\\\.\\pipe\\Tarnwick_FolderWatcher_")
-        jobs = self.drop_and_wait("a.pdf", expect_job=True)
+        prefix.drop("a.pdf")
+        jobs = prefix.settled_jobs(1, stall=30)
         self.assertEqual([job[1:4] for job in jobs], [["C:\\In\\a.pdf", "C:\\Scripts\\stamp.py", "C:\\Out"]])
 
         # Stopping the service idles the watcher without ending it.
@@ -143,14 +134,16 @@ class TheServiceEndToEnd(PrefixStory):
         self.assertEqual(self.service_state(SERVICE_STOPPED), SERVICE_STOPPED)
         self.assertEqual(prefix.since(start, 44), [[pipe, "109"]])
         self.assertIsNone(self.watcher.poll(), "the watcher still runs")
-        self.assertEqual(self.drop_and_wait("b.pdf", expect_job=False), [])
+        prefix.drop("b.pdf")
+        self.assertEqual(prefix.settled_jobs(), jobs)
 
         # Started again, the service finds the installed user. It would find
         # the running watcher by listing the pipes, which Wine cannot do
         # (tests/wine/README.md): under Wine the watcher stays idle.
         events = self.start_service(has_event(4, [USER]), has_event(20))
         self.assertNotIn(49, [e.event_id for e in events])
-        self.assertEqual(self.drop_and_wait("c.pdf", expect_job=False), [])
+        prefix.drop("c.pdf")
+        self.assertEqual(prefix.settled_jobs(), jobs)
         self.assertIsNone(self.watcher.poll())
 
 

@@ -12,8 +12,7 @@ import threading
 import time
 import unittest
 
-from winetest import (CATEGORY_SERVICE, ERROR, INFORMATION, SETTLE_SECONDS, SUCCESS, PrefixStory, build_file,
-                      has_event, windows_path)
+from winetest import CATEGORY_SERVICE, ERROR, INFORMATION, SUCCESS, PrefixStory, build_file, has_event, windows_path
 
 CMD_PAUSE, CMD_RUN, CMD_STOP, CMD_CONNECT = 0x8000, 0x8001, 0x8002, 0x8003
 HOST = build_file("tests", "wine", "supervisor", "SupervisorHost.exe")
@@ -46,12 +45,6 @@ class SupervisorUnderWine(PrefixStory):
     def service_events(self, event_id=None):
         return [e for e in self.prefix.events() if event_id in (None, e.event_id) and e.category == CATEGORY_SERVICE]
 
-    def inputs(self, count, drop=None, timeout=30):
-        """Drops a file, if named; the input files of the jobs once there are `count` (or after `timeout` s)."""
-        if drop:
-            self.prefix.drop(drop)
-        return [job[1] for job in self.prefix.wait_for_jobs(count, timeout)]
-
     def test_the_supervisor_launches_then_switches_an_announced_watcher(self):
         self.start_host()
         user = self.ask("whoami").split(" ", 1)[1]
@@ -76,17 +69,18 @@ class SupervisorUnderWine(PrefixStory):
 
         # Running (the current command at connection): a settled file is handed
         # on. Paused: files stay pending; running again hands them on.
-        self.assertEqual(self.inputs(1, drop="a.pdf"), ["C:\\In\\a.pdf"])
+        self.prefix.drop("a.pdf")
+        self.assertEqual([job[1] for job in self.prefix.wait_for_jobs(1, stall=30)], ["C:\\In\\a.pdf"])
         self.assertEqual(self.ask(f"post {CMD_PAUSE:x}"), "posted")
         time.sleep(0.5)
         self.prefix.drop("b.pdf")
-        self.assertEqual(self.inputs(2, drop="Résumé c.pdf", timeout=SETTLE_SECONDS * 2), ["C:\\In\\a.pdf"])
+        self.prefix.drop("Résumé c.pdf")
+        self.assertEqual([job[1] for job in self.prefix.settled_jobs()], ["C:\\In\\a.pdf"])
         self.assertEqual(self.ask(f"post {CMD_RUN:x}"), "posted")
         inputs = ["C:\\In\\a.pdf", "C:\\In\\b.pdf", "C:\\In\\Résumé c.pdf"]
-        self.assertEqual(self.inputs(3), inputs)
         # Each reply 0 has the link end the plug-in it started as service: every
         # job finds a fresh one (its first job), started by its bare file name.
-        self.assertEqual([job[:6] for job in self.prefix.journal()],
+        self.assertEqual([job[:6] for job in self.prefix.settled_jobs(3)],
                          [["1", path, "C:\\Scripts\\stamp.py", "C:\\Out", "reply 0", "copied"] for path in inputs])
         plug_in_pipe = "\\\\.\\pipe\\Tarnwick_PlugIn_" + user.replace("\\", "_")
         self.assertEqual(self.prefix.journal("started"), [[plug_in_pipe, "TestPlugIn.exe"]] * 3)
@@ -95,7 +89,8 @@ class SupervisorUnderWine(PrefixStory):
         self.assertEqual(self.ask(f"post {CMD_STOP:x}"), "posted")
         self.assertEqual(self.ask("wait 30000"), "ended")
         time.sleep(0.5)
-        self.assertEqual(self.inputs(4, drop="d.pdf", timeout=SETTLE_SECONDS * 2), inputs)
+        self.prefix.drop("d.pdf")
+        self.assertEqual([job[1] for job in self.prefix.settled_jobs()], inputs)
         self.assertEqual([e.event_id for e in self.service_events()], [4, 20, 10, 49], "no write to the watcher failed")
 
         # The password is nowhere in clear text: not in the registry (where the

@@ -20,9 +20,6 @@
 namespace hf {
 namespace {
 
-using test::Utf16;
-using test::Wide;
-
 // A text as a file in UTF-16 (little-endian, as in memory here) with its byte order mark.
 std::string Utf16File(std::u16string const& text)
 {
@@ -59,16 +56,16 @@ TEST(DesktopIniOnTheSystem, TheSystemsProfileReaderAndPathFunctionsResolveDeskto
     std::filesystem::path const folder =
         std::filesystem::temp_directory_path() / ("hf-watcher-" + std::to_string(os::GetTickCount()));
     std::filesystem::create_directories(folder / "Invoices");
-    std::u16string const base = Utf16(folder.wstring());
+    std::u16string const base = folder.u16string();
     EventReporter events(kCategoryUser);
     auto resolved = [&](std::u16string const& value) {
-        return Wide(value.empty() || value[0] == u'\\' || value[1] == u':' ? value : JoinPath(base, value));
+        return value.empty() || value[0] == u'\\' || value[1] == u':' ? value : JoinPath(base, value);
     };
     auto load = [&](std::string const& text) {
         std::ofstream(folder / "Invoices" / "Desktop.ini", std::ios::binary) << text;
         HotFolderSpec spec;
         bool const loads = LoadHotFolderSpec(events, JoinPath(base, u"Invoices\\Desktop.ini"), spec);
-        return std::make_tuple(loads, Wide(spec.InputFolder), Wide(spec.OutputFolder), Wide(spec.Script));
+        return std::make_tuple(loads, spec.InputFolder, spec.OutputFolder, spec.Script);
     };
     for (auto const& c : cases) {
         SCOPED_TRACE(c.text);

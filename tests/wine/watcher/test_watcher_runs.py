@@ -12,19 +12,22 @@ import subprocess
 import time
 import unittest
 
-from winetest import CATEGORY_USER, ERROR, SETTLE_SECONDS, Prefix, PrefixStory, desktop_ini, has_event, poll
+from winetest import CATEGORY_USER, ERROR, SETTLE_SECONDS, PrefixStory, has_event, poll
 
 BURST_FILES = 1000
-# The settle time, the test plug-in's start (a retry after 2 s) and some slack.
-STALLED_SECONDS = 10
+
+
+def scripted(jobs):  # (input, script) of each job
+    return [tuple(job[1:3]) for job in jobs]
 
 
 class WatcherRuns(PrefixStory):
     prefix_name = "watcher_runs"
+    hot_folder = True
 
     @classmethod
     def setUpClass(cls):
-        cls.prefix = Prefix.for_test(cls.prefix_name)
+        super().setUpClass()
         drive_c = cls.prefix.path / "drive_c"
         cls.shared, cls.renames = drive_c / "Shared", drive_c / "Renames"
         for folder in (cls.shared, cls.renames):
@@ -35,29 +38,12 @@ class WatcherRuns(PrefixStory):
         for name, folder in (("Beta", r"C:\Shared"), ("Alpha", r"C:\Shared"), ("Gamma", r"C:\Renames")):
             ini, text = cls.make_hot_folder(name, folder)
             ini.write_bytes(text)
-        cls.input, cls.output = cls.prefix.give_user_a_hot_folder()
         cls.root = rf"C:\users\{getpass.getuser()}\AppData\Local\Tarnwick Hot Folders"
         cls.watcher = cls.prefix.start_watcher(plug_in="-lifetime:280000")
 
     @classmethod
-    def make_hot_folder(cls, name, input_folder):  # its folder; its Desktop.ini's path and text, yet to write
-        (cls.prefix.root() / name).mkdir(parents=True)
-        ini = cls.prefix.root() / name / "Desktop.ini"
-        return ini, desktop_ini(input_folder, "C:\\Out" + name, f"C:\\Scripts\\{name.lower()}.py")
-
-    def jobs_from(self, folder):
-        """(input, script) of the jobs from `folder` (a Windows path), in the order the plug-in got them."""
-        return [(job[1], job[2]) for job in self.prefix.journal() if job[1].rsplit("\\", 1)[0] == folder]
-
-    def wait_for_jobs(self, folder, count, stall=STALLED_SECONDS):
-        """The jobs from `folder` once there are `count`; fails once none has come for `stall` s."""
-        jobs = []
-        while len(jobs) < count:
-            before = len(jobs)
-            jobs = poll(lambda: self.jobs_from(folder), lambda now: len(now) > before, stall)
-            if len(jobs) == before:
-                self.fail(f"{count} job(s) from {folder} expected, got {len(jobs)}")
-        return jobs
+    def make_hot_folder(cls, name, input_folder):
+        return cls.prefix.hot_folder(name, input_folder, "C:\\Out" + name, f"C:\\Scripts\\{name.lower()}.py")
 
     def test_1_a_running_watcher_hands_a_settled_file_on_once(self):
         # Started by hand with no service registered: the announcement fails,
@@ -67,14 +53,13 @@ class WatcherRuns(PrefixStory):
         self.assertRegex(announced[0].strings[0], r"^0x8[0-9a-f]{7}$")
 
         self.assertEqual(self.prefix.control("run")[0], 0)
-        (self.input / "a.pdf").write_bytes(b"%PDF-1.4 first")
+        self.prefix.drop("a.pdf")
         written = time.monotonic()
-        self.wait_for_jobs(r"C:\In", 1, stall=30)
+        self.prefix.wait_for_jobs(1, stall=30)
         self.assertGreaterEqual(time.monotonic() - written, SETTLE_SECONDS)
-        time.sleep(SETTLE_SECONDS + 1)  # long enough for a second job, were there one
-        self.assertEqual([job[1:4] for job in self.prefix.journal()],
+        self.assertEqual([job[1:4] for job in self.prefix.settled_jobs()],
                          [["C:\\In\\a.pdf", "C:\\Scripts\\stamp.py", "C:\\Out"]])
-        self.assertEqual((self.output / "a.pdf").read_bytes(), b"%PDF-1.4 first")
+        self.assertEqual((self.prefix.path / "drive_c" / "Out" / "a.pdf").read_bytes(), b"%PDF-1.4 a.pdf")
         self.assertIn(["C:\\In", "a.pdf"], self.prefix.since(0, 38))
 
     def test_2_a_burst_reaches_both_hot_folders_of_its_folder_once_each_in_the_order_written(self):
@@ -89,9 +74,7 @@ class WatcherRuns(PrefixStory):
         subprocess.run(["cp", "-t", str(self.shared), *names], cwd=share, check=True, timeout=60)
         expected = [(f"C:\\Shared\\{name}", f"C:\\Scripts\\{hot_folder}.py")
                     for name in names for hot_folder in ("alpha", "beta")]
-        self.wait_for_jobs(r"C:\Shared", len(expected))
-        time.sleep(SETTLE_SECONDS + 1)  # long enough for one more job, were there one
-        self.assertEqual(self.jobs_from(r"C:\Shared"), expected)
+        self.assertEqual(scripted(self.prefix.settled_jobs(len(expected), r"C:\Shared")), expected)
         # Not as service, the plug-in answering 1 is kept: one started it, numbering every job.
         self.assertEqual(len(self.prefix.journal("started")), 1)
         self.assertEqual([int(job[0]) for job in self.prefix.journal()], list(range(1, len(expected) + 2)))
@@ -103,7 +86,7 @@ class WatcherRuns(PrefixStory):
         os.rename(self.renames / "c.part", self.renames / "c.pdf")
         # Were an old name still pending it would have been handed on before
         # the new one, which was touched after it.
-        self.assertEqual(self.wait_for_jobs(r"C:\Renames", 2),
+        self.assertEqual(scripted(self.prefix.wait_for_jobs(2, r"C:\Renames")),
                          [(r"C:\Renames\b.txt", r"C:\Scripts\gamma.py"), (r"C:\Renames\c.pdf", r"C:\Scripts\gamma.py")])
         self.assertIn([r"C:\Renames", "a.txt"], self.prefix.since(0, 40))
         self.assertIn([r"C:\Renames", "b.txt"], self.prefix.since(0, 41))
@@ -125,7 +108,8 @@ class WatcherRuns(PrefixStory):
         (self.prefix.root() / "Delta" / "In").mkdir()
         self.write_until_reported(self.prefix.root() / "Delta" / "In" / "x.pdf", b"%PDF-1.4 new hot folder")
         input_folder = self.root + r"\Delta\In"
-        self.assertEqual(self.wait_for_jobs(input_folder, 1), [(input_folder + r"\x.pdf", r"C:\Scripts\delta.py")])
+        self.assertEqual(scripted(self.prefix.wait_for_jobs(1, input_folder)),
+                         [(input_folder + r"\x.pdf", r"C:\Scripts\delta.py")])
 
     def test_5_a_hot_folder_removed_while_running_ends_the_watch_of_its_input_folder(self):
         # Its input folder lies outside the root, so it has a watch of its own,
@@ -137,12 +121,12 @@ class WatcherRuns(PrefixStory):
         # Its watch begins once the watcher has read the Desktop.ini, which may
         # be after the report of its change: a file written before goes unseen.
         written = []
-        while not self.jobs_from(r"C:\Epsilon") and len(written) < 3:
+        while not self.prefix.journal(folder=r"C:\Epsilon") and len(written) < 3:
             written.append(f"y{len(written)}.pdf")
             (input_folder / written[-1]).write_bytes(b"%PDF-1.4 before")
-            poll(lambda: self.jobs_from(r"C:\Epsilon"), bool, STALLED_SECONDS)
-        handed_on = self.jobs_from(r"C:\Epsilon")
-        self.assertEqual(handed_on, [(r"C:\Epsilon" "\\" + written[-1], r"C:\Scripts\epsilon.py")])
+            self.prefix.wait_for_jobs(1, r"C:\Epsilon")
+        handed_on = self.prefix.journal(folder=r"C:\Epsilon")
+        self.assertEqual(scripted(handed_on), [(r"C:\Epsilon" "\\" + written[-1], r"C:\Scripts\epsilon.py")])
 
         start = self.prefix.trace_size()
         ini.unlink()
@@ -150,14 +134,13 @@ class WatcherRuns(PrefixStory):
         left = poll(lambda: sorted(os.listdir(input_folder)), lambda names: names == written, 5)
         self.assertEqual(left, written, "the wake-up file deleted itself on close")
         (input_folder / "z.pdf").write_bytes(b"%PDF-1.4 after")
-        time.sleep(SETTLE_SECONDS * 2)
-        self.assertEqual(self.jobs_from(r"C:\Epsilon"), handed_on)
+        self.assertEqual(self.prefix.settled_jobs(folder=r"C:\Epsilon"), handed_on)
 
     def test_6_a_paused_watcher_hands_nothing_on(self):
         self.assertEqual(self.prefix.control("pause")[0], 0)
-        (self.input / "b.pdf").write_bytes(b"%PDF-1.4 second")
-        time.sleep(SETTLE_SECONDS * 2)
-        self.assertEqual(self.jobs_from(r"C:\In"), [(r"C:\In\a.pdf", r"C:\Scripts\stamp.py")])
+        self.prefix.drop("b.pdf")
+        self.assertEqual(scripted(self.prefix.settled_jobs(folder=r"C:\In")),
+                         [(r"C:\In\a.pdf", r"C:\Scripts\stamp.py")])
 
 
 if __name__ == "__main__":

@@ -1,8 +1,7 @@
-// hf_launch.exe: the end-to-end tests' way of starting a program under Wine.
-// It starts the command line found in HF_LAUNCH_COMMAND_LINE exactly as given
-// (so the program's GetCommandLineW is that text, byte for byte), waits for
-// the program to end and prints its exit code as Windows returns it, a 32-bit
-// value: the Unix exit status of a Wine process keeps only the low 8 bits.
+// hf_launch.exe starts the command line in HF_LAUNCH_COMMAND_LINE exactly as
+// given (the program's GetCommandLineW is that text, byte for byte), waits for
+// the program and prints its exit code as Windows returns it, 32 bits: the Unix
+// exit status of a Wine process keeps only the low 8 bits.
 #include <windows.h>
 
 #include <cstdio>

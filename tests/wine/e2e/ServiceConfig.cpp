@@ -1,8 +1,6 @@
-// hf_service_config.exe NAME: prints an installed service's configuration and
-// state as the service control manager reports them (QueryServiceConfigW,
-// QueryServiceStatus), one "field=value" line each, for the end-to-end tests
-// (Wine's `sc qc` prints nothing). Exit code 1 when the service cannot be
-// opened or queried, with the error on standard error.
+// hf_service_config.exe NAME: an installed service's configuration and state as
+// the service control manager reports them, one "field=value" line each (Wine's
+// `sc qc` prints nothing); exit code 1 when the service cannot be queried.
 #include <windows.h>
 
 #include <cstdio>

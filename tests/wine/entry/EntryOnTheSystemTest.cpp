@@ -1,7 +1,6 @@
-// What Windows gives the executable at its entry and makes of its resources:
-// its command line split by the real CommandLineToArgvW, held against the
-// simulated one, its module path, and the resources of TarnwickHotFolder.exe
-// read back by the system.
+// What Windows gives the executable at its entry and makes of its resources: its
+// command line split by CommandLineToArgvW, held against the simulated split,
+// its module path, and the resources of TarnwickHotFolder.exe as read back.
 #include <windows.h>
 
 #include <oleauto.h>
@@ -26,6 +25,16 @@ namespace hf::test {
 namespace {
 
 using Arguments = std::vector<std::u16string>;
+
+std::wstring Wide(std::u16string const& text)
+{
+    return std::wstring(text.begin(), text.end());
+}
+
+std::u16string Utf16(std::wstring const& text)
+{
+    return std::u16string(text.begin(), text.end());
+}
 
 Arguments SystemSplit(std::u16string const& commandLine)
 {
@@ -197,9 +206,7 @@ TEST(TypeLibrary, HotFolderLibDescribesFolderServiceAsTheContractSays)
             Method(std::vector<std::wstring>(names, names + count), function->memid, function->oVft / sizeof(void*)),
             expected[i]);
         EXPECT_EQ(HelpString(vtableView.Get(), function->memid), L"method " + std::get<0>(expected[i])[0]);
-        for (UINT n = 0; n < count; ++n) {
-            SysFreeString(names[n]);
-        }
+        std::for_each(names, names + count, SysFreeString);
         vtableView->ReleaseFuncDesc(function);
     }
 }

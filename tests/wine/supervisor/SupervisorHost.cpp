@@ -40,8 +40,7 @@ int wmain()
         } else if (command == "install") {
             Answer("installed " + std::to_string(UserStore::Open().Install(FromUtf8(first), FromUtf8(second))));
         } else if (command == "start") {
-            DWORD threadId = 0;
-            supervisor.reset(os::CreateThread(nullptr, 0, &SupervisorThread, nullptr, 0, &threadId));
+            supervisor.reset(os::CreateThread(nullptr, 0, &SupervisorThread, nullptr, 0, nullptr));
             Answer(supervisor ? "started" : "not started");
         } else if (command == "post") {
             TheCommandQueue().Post(Command{static_cast<DWORD>(std::stoul(first, nullptr, 16)), FromUtf8(second)});
@@ -49,8 +48,6 @@ int wmain()
         } else if (command == "wait") {
             DWORD const milliseconds = std::stoul(first);
             Answer(os::WaitForSingleObject(supervisor.get(), milliseconds) == WAIT_OBJECT_0 ? "ended" : "running");
-        } else {
-            Answer("unknown " + command);
         }
     }
     return 0;

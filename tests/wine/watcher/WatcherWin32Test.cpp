@@ -2,7 +2,6 @@
 // system's profile reader and resolved by its path functions, and the path
 // order by its CompareStringW, against the rows the simulation answers.
 #include "EventReporter.h"
-#include "WideText.h"
 #include "WineTestSupport.h"
 #include "platform/Clock.h"
 #include "platform/Constants.h"

@@ -10,7 +10,7 @@ would hold the test's output pipes, which CTest then waits on for ever.
     winetest.py ready PREFIX --template DIR   clone, start and boot a prefix unless it is running
     winetest.py run PREFIX --template DIR [NAME=VALUE...] PROGRAM [ARGUMENT...]
                                               ready, then run PROGRAM there with NAME=VALUE (CTest's emulator
-                                              for the GoogleTest suites; HF_WINEDEBUG sets its WINEDEBUG)
+                                              for the GoogleTest suites)
     winetest.py stop PREFIX...                stop the Wine servers of these prefixes
 """
 import collections
@@ -99,7 +99,6 @@ def start_server(path):  # and boots the prefix, tracing to its trace file
 
 
 def stop_server(path):  # and everything running in the prefix
-    path = Path(path)
     if path.exists():
         for option in ("-k", "-w"):
             run_detached(["wineserver", option], wine_environment(path), 60)
@@ -118,13 +117,8 @@ def windows_path(unix_path):  # through Wine's Z: drive, which maps the Unix roo
     return "Z:" + str(Path(unix_path).resolve()).replace("/", "\\")
 
 
-def command_line(program, *arguments):
-    """The program path in quotes, then each argument quoted so that CommandLineToArgvW gives it back."""
-    def quoted(argument):
-        if argument and not any(c in argument for c in ' \t\n\v"'):
-            return argument
-        return '"' + re.sub(r"(\\+)$", r"\1\1", re.sub(r'(\\*)"', lambda m: m.group(1) * 2 + '\\"', argument)) + '"'
-    return " ".join(['"' + program + '"'] + [quoted(a) for a in arguments])
+def command_line(program, *switches):  # the program path in quotes; switches hold no blank or quote
+    return " ".join([f'"{program}"', *switches])
 
 
 Event = collections.namedtuple("Event", "type category event_id strings")
@@ -144,14 +138,12 @@ def parse_events(trace_text):
     events = []
     open_reports = {}  # by thread
     for line in trace_text.splitlines():
-        report = _REPORT.match(line)
+        report, string_line = _REPORT.match(line), _STRING_LINE.match(line)
         if report:
             thread, *numbers = report.groups()
             open_reports[thread] = Event(*(int(n, 16) for n in numbers), [])
             events.append(open_reports[thread])
-            continue
-        string_line = _STRING_LINE.match(line)
-        if string_line and string_line.group(1) in open_reports:
+        elif string_line and string_line.group(1) in open_reports:
             strings = open_reports[string_line.group(1)].strings
             text = _ESCAPE.sub(lambda m: {"n": "\n", "r": "\r", "t": "\t"}.get(m.group(1), m.group(1))
                                if len(m.group(1)) == 1 else chr(int(m.group(1), 16)), string_line.group(2))
@@ -172,10 +164,6 @@ class Prefix:
         self.trace_path = self.path / self.TRACE_FILE
         self.executable = windows_path(os.environ["HF_EXECUTABLE"])
         self.launcher = os.environ["HF_LAUNCHER"]
-
-    @classmethod
-    def for_test(cls, name):
-        return cls(clone_prefix(os.environ["HF_WINE_TEMPLATE"], Path(os.environ["HF_E2E_DIR"]) / name))
 
     def start(self):
         start_server(self.path)
@@ -330,7 +318,8 @@ class PrefixStory(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        cls.prefix = Prefix.for_test(cls.prefix_name)
+        path = Path(os.environ["HF_E2E_DIR"]) / cls.prefix_name
+        cls.prefix = Prefix(clone_prefix(os.environ["HF_WINE_TEMPLATE"], path))
         cls.prefix.give_user_a_hot_folder() if cls.hot_folder else cls.prefix.start()
 
     @classmethod
@@ -351,8 +340,7 @@ def main(command, path, *rest):
             start_server(path)
         if command == "run":
             settings = list(itertools.takewhile(lambda argument: "=" in argument, rest[2:]))
-            env = wine_environment(path, os.environ.get("HF_WINEDEBUG", "-all"),
-                                   dict(setting.split("=", 1) for setting in settings))
+            env = wine_environment(path, extra=dict(setting.split("=", 1) for setting in settings))
             os.execvpe("wine", ["wine", *rest[2 + len(settings):]], env)
     else:
         for prefix in (path, *rest):

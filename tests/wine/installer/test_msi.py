@@ -25,8 +25,7 @@ class MsiStory(PrefixStory):
     prefix_name = "msi"
 
     def msiexec(self, action, msi, log_name, debug="-all", succeeds=True):
-        """`msiexec ACTION MSI /qn` with a verbose log, which must exit 0 if it `succeeds`: its exit code,
-        log and Wine's trace of `debug`."""
+        """`msiexec ACTION MSI /qn`, which must exit 0 if it `succeeds`: its exit code, log and trace of `debug`."""
         result = self.prefix.wine("msiexec", action, windows_path(msi), "/qn", "/l*v", "C:\\" + log_name,
                                   timeout=180, check=False, debug=debug)
         log = (self.prefix.path / "drive_c" / log_name).read_text(errors="replace")
@@ -108,8 +107,7 @@ class MsiStory(PrefixStory):
         self.install_user()  # again: under Wine the upgrade took the users with it
         ini, text = self.prefix.hot_folder("Invoices", r"C:\In", r"C:\Out", r"C:\Scripts\stamp.py")
         ini.write_bytes(text)
-        hot_folder = ini.parent
-        (hot_folder / "kept.pdf").write_bytes(b"%PDF-1.4 kept")
+        (ini.parent / "kept.pdf").write_bytes(b"%PDF-1.4 kept")
         # The copy of the type library that only Wine needs is the test's own.
         self.prefix.wine("reg", "delete", r"HKCR\TypeLib" "\\" + LIBID + r"\1.0\0", "/f")
 
@@ -118,8 +116,8 @@ class MsiStory(PrefixStory):
         self.assertEqual({key: tree for key, tree in registration(self.prefix, EXECUTABLE).items() if tree}, {})
         self.assertIsNone(self.prefix.reg_tree(USERS_KEY))
         self.assertEqual(self.products(), [])
-        self.assertEqual(sorted(path.name for path in hot_folder.iterdir()), ["Desktop.ini", "kept.pdf"])
-        self.assertEqual((hot_folder / "kept.pdf").read_bytes(), b"%PDF-1.4 kept")
+        self.assertEqual(sorted(path.name for path in ini.parent.iterdir()), ["Desktop.ini", "kept.pdf"])
+        self.assertEqual((ini.parent / "kept.pdf").read_bytes(), b"%PDF-1.4 kept")
 
         # The executable's own -Service, from the same folder, leaves what the install left.
         folder = self.prefix.path / "drive_c" / "Program Files" / "Tarnwick"

@@ -1,10 +1,9 @@
 #!/usr/bin/env python3
-"""TarnwickHotFolder.exe -currentuser run for real under Wine with no service,
-switched by HotFolderControl.exe, the test plug-in standing in for Acrobat,
-and what it makes of changes Linux processes make in drive C while it runs.
-Wine lays a read's change records end to end, mostly off a 4-byte boundary.
-Input folders made before the watcher starts lie outside the root (a recursive
-watch under Wine misses folders older than itself)."""
+"""TarnwickHotFolder.exe -currentuser run under Wine with no service, switched
+by HotFolderControl.exe, and what it makes of changes Linux processes make in
+drive C while it runs. Wine lays a read's change records end to end, mostly off
+a 4-byte boundary. Input folders made before the watcher starts lie outside the
+root (a recursive watch under Wine misses folders older than itself)."""
 import getpass
 import os
 import random
@@ -13,8 +12,6 @@ import time
 import unittest
 
 from winetest import CATEGORY_USER, ERROR, SETTLE_SECONDS, PrefixStory, has_event, poll
-
-BURST_FILES = 1000
 
 
 def scripted(jobs):  # (input, script) of each job
@@ -67,7 +64,7 @@ class WatcherRuns(PrefixStory):
         # order of its arguments, faster than the watcher takes the records.
         share = self.prefix.path / "share"
         share.mkdir()
-        names = [f"scan{i}.pdf" for i in range(BURST_FILES)]  # names of several lengths
+        names = [f"scan{i}.pdf" for i in range(1000)]  # names of several lengths
         random.Random(4242).shuffle(names)  # so that the order written is not the order of names
         for name in names:
             (share / name).write_bytes(b"%PDF-1.4 " + name.encode())

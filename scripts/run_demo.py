@@ -22,6 +22,7 @@ import argparse
 import getpass
 import os
 import re
+import subprocess
 import sys
 import time
 from pathlib import Path
@@ -77,7 +78,7 @@ def show_events(events, texts):
 
 def make_prefix(build, path):
     template = winetest.make_template(build / "wine" / "template")
-    prefix = winetest.Prefix.create(path, template)
+    prefix = winetest.Prefix(winetest.clone_prefix(template, path))
     prefix.start()
     return prefix
 
@@ -143,15 +144,15 @@ def watcher_with_demo_hot_folder(prefix, build, texts):
     (root / "Demo" / "Desktop.ini").write_bytes(
         b"[Tarnwick]\r\nInputFolder=C:\\Tarnwick Demo\\In\r\nOutputFolder=C:\\Tarnwick Demo\\Out\r\n"
         b"Script=C:\\Tarnwick Demo\\stamp.py\r\n")
-    prefix.reg_add(r"HKLM\Software\Tarnwick\AcrobatPath", None,
-                   winetest.windows_path(build / "tools" / "TestPlugIn" / "TestPlugIn.exe"))
+    prefix.wine("reg", "add", r"HKLM\Software\Tarnwick\AcrobatPath", "/f", "/ve", "/d",
+                winetest.windows_path(build / "tools" / "TestPlugIn" / "TestPlugIn.exe"))
     journal = demo / "journal.txt"
 
     print("\n--- TarnwickHotFolder.exe -currentuser (as the logon entry starts it), with the demo hot folder")
     start = trace_position(prefix)
-    watcher = prefix.start_in_background(
-        prefix.executable, "-currentuser",
-        extra={"TARNWICK_TEST_PLUGIN": r'"-journal:C:\Tarnwick Demo\journal.txt" -lifetime:120000'})
+    watcher = prefix.launch(prefix.launcher, stdout=subprocess.DEVNULL, start_new_session=True, extra={
+        "HF_LAUNCH_COMMAND_LINE": winetest.command_line(prefix.executable, "-currentuser"),
+        "TARNWICK_TEST_PLUGIN": r'"-journal:C:\Tarnwick Demo\journal.txt" -lifetime:120000'})
     prefix.wait_for_events(lambda events: any(e.event_id == 49 for e in events), timeout=60, start=start)
     print("the watcher announced itself and the service connected to it; dropping report.pdf into "
           "C:\\Tarnwick Demo\\In")

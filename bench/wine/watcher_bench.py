@@ -96,10 +96,11 @@ def wait_until(predicate, timeout, what):
 def ping_pong(prefix, build, count):
     ping = windows_path(build / "tools" / "PipePing" / "PipePing.exe")
     name = r"\\.\pipe\hf_bench_ping"
-    server = subprocess.Popen(["wine", ping, "server", name], env=prefix.environment(), stdin=subprocess.DEVNULL,
-                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, start_new_session=True)
+    server = subprocess.Popen(["wine", ping, "server", name], env=winetest.wine_environment(prefix.path),
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
+                              start_new_session=True)
     server.stdout.readline()  # "listening"
-    client = subprocess.run(["wine", ping, "client", name, str(count)], env=prefix.environment(),
+    client = subprocess.run(["wine", ping, "client", name, str(count)], env=winetest.wine_environment(prefix.path),
                             stdin=subprocess.DEVNULL, capture_output=True, timeout=300, check=True)
     server.wait(timeout=60)
     for line in client.stdout.decode().splitlines():
@@ -154,7 +155,7 @@ def fresh_prefix(build, name):
     if path.exists():
         winetest.stop_server(path)
         shutil.rmtree(path)
-    return Prefix.create(path, template)
+    return Prefix(winetest.clone_prefix(template, path))
 
 
 def make_hot_folder(root, name, input_folder):
@@ -173,14 +174,14 @@ class Watcher:
         self.prefix = prefix
         self.journal = prefix.path / "drive_c" / "journal.txt"
         prefix.start()
-        prefix.reg_add(r"HKLM\Software\Tarnwick\AcrobatPath", None,
-                       windows_path(build / "tools" / "TestPlugIn" / "TestPlugIn.exe"))
+        prefix.wine("reg", "add", r"HKLM\Software\Tarnwick\AcrobatPath", "/f", "/ve", "/d",
+                    windows_path(build / "tools" / "TestPlugIn" / "TestPlugIn.exe"))
 
     def launch(self):
         """Starts the watcher and returns the moment it was launched."""
         line = command_line(self.prefix.executable, "-currentuser")
-        env = self.prefix.environment(EVENT_TRACE, {"HF_LAUNCH_COMMAND_LINE": line,
-                                                    "TARNWICK_TEST_PLUGIN": r"-journal:C:\journal.txt -bench:1"})
+        env = winetest.wine_environment(self.prefix.path, EVENT_TRACE, {
+            "HF_LAUNCH_COMMAND_LINE": line, "TARNWICK_TEST_PLUGIN": r"-journal:C:\journal.txt -bench:1"})
         self.trace = open(self.prefix.trace_path, "ab")
         self.trace_start = self.prefix.trace_path.stat().st_size
         launched = time.monotonic()

@@ -1,9 +1,9 @@
 // The supervisor's parts: the installed-user store, launching a user's watcher, the links to watchers' control pipes,
 // and the supervisor thread's stories.
-#include "ListeningWatcher.h"
 #include "SimTest.h"
 #include "acrobat/PipeNames.h"
 #include "platform/Files.h"
+#include "platform/Pipes.h"
 #include "platform/sim/SimMemory.h"
 #include "supervisor/SupervisorThread.h"
 #include "supervisor/UserStore.h"
@@ -15,6 +15,50 @@
 
 namespace hf::test {
 namespace {
+
+// A watcher's control pipe as the service sees it: one listening instance that keeps what a client writes.
+class ListeningWatcher {
+public:
+    explicit ListeningWatcher(std::u16string const& name)
+        : pipe_(os::CreateNamedPipeW(name.c_str(), 0x40000003, 0, 255, 10240, 10240, 30000, nullptr))
+    {
+        os::ConnectNamedPipe(pipe_, &connect_);
+    }
+    ListeningWatcher(const ListeningWatcher&) = delete;
+    ListeningWatcher& operator=(const ListeningWatcher&) = delete;
+
+    // Reads once a client is there; what arrives counts when the reads complete (in an alertable wait or RunApcs).
+    void Read()
+    {
+        read_.hEvent = this;  // reads leave it to the caller
+        os::ReadFileEx(pipe_, buffer_, sizeof buffer_, &read_, [](DWORD error, DWORD bytes, OVERLAPPED* read) {
+            auto& watcher = *static_cast<ListeningWatcher*>(read->hEvent);
+            watcher.broken_ = error != 0;  // the client's end closed, say
+            if (!watcher.broken_) {
+                watcher.received_.insert(watcher.received_.end(), watcher.buffer_, watcher.buffer_ + bytes);
+                watcher.Read();
+            }
+        });
+    }
+    void Exit() { os::CloseHandle(pipe_); }  // the watcher process goes away
+    bool Broken() const { return broken_; }
+    std::vector<DWORD> Codes() const  // what arrived, as 4-byte little-endian codes
+    {
+        std::vector<DWORD> codes(received_.size() / 4);
+        for (std::size_t at = 0; at < codes.size() * 4; ++at) {
+            codes[at / 4] |= DWORD{received_[at]} << (at % 4 * 8);
+        }
+        return codes;
+    }
+
+private:
+    HANDLE pipe_;
+    OVERLAPPED connect_{};
+    OVERLAPPED read_{};
+    BYTE buffer_[64]{};
+    std::vector<BYTE> received_;
+    bool broken_ = false;
+};
 
 constexpr char16_t kAlice[] = u"OFFICE\\alice";
 constexpr char16_t kPassword[] = u"s3cret";

@@ -1,5 +1,4 @@
-// The job message against Python's marshal; Acrobat's launch from HKLM\Software\Tarnwick\AcrobatPath; the link to the
-// plug-in, driven as the watcher loop drives it, with a scripted plug-in; the pipe's name.
+// The job message against Python's marshal, Acrobat's launch, the link to a scripted plug-in, the plug-in pipe's name.
 #include "SimTest.h"
 #include "acrobat/AcrobatLauncher.h"
 #include "acrobat/JobMessage.h"

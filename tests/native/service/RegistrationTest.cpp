@@ -105,7 +105,6 @@ TEST_F(RegistrationTest, OneShotSwitchesWriteExactlyTheContractAndUndoIt)
     world().registry.SetString(HKEY_CLASSES_ROOT, u"CLSID\\{0}", u"", u"x");
     world().registry.SetString(HKEY_CLASSES_ROOT, u"AppID\\O.EXE", u"AppID", u"{o}");
     world().registry.SetString(HKEY_CLASSES_ROOT, kClass + u"\\InprocServer32", u"", u"old.dll");
-    world().registry.SetString(HKEY_CLASSES_ROOT, kClass, u"Stale", u"x");
     EXPECT_EQ(run(u"/regserver\t-x"), 0);
     EXPECT_EQ(Dump(HKEY_CLASSES_ROOT, u""), Contract("server", kOthers));
     EXPECT_TRUE(theService() == nullptr && Dump(HKEY_LOCAL_MACHINE, kEventSources).empty()) << "no service";

@@ -96,8 +96,7 @@ def serve_type_library_to_wine(prefix):
 
 
 def listing(trees):
-    """`trees` as the native suite lists a registry branch: "KEY" a key, upper-cased as the registry keeps it,
-    "KEY|name=type:data" a value, types by number, data other than text in little-endian hex."""
+    """`trees` as RegistrationTest.cpp lists a registry branch (its Listing); DWORDs are little-endian there."""
     keys = {(key + "\\" + sub).rstrip("\\").upper(): values
             for key, subs in trees.items() for sub, values in subs.items()}
     lines = set(keys) | {key.rsplit("\\", 1)[0] for key in keys}

@@ -46,13 +46,6 @@ protected:
     }
     // Event ids in report order.
     std::vector<DWORD> EventIds() const { return sim::TheWorld().eventLog.Ids(); }
-    // The only event with this id; fails the test when there is not exactly one.
-    sim::EventRecord OnlyEvent(DWORD eventId) const
-    {
-        auto const found = sim::TheWorld().eventLog.WithId(eventId);
-        EXPECT_EQ(found.size(), 1u) << "reports of event " << eventId;
-        return found.empty() ? sim::EventRecord{} : found.front();
-    }
     // Handles opened since the process began (its process-wide objects excluded) and still open: a leak check.
     long HandlesLeftOpen() const { return static_cast<long>(sim::TheWorld().OpenHandleCount()) - baseline_; }
 

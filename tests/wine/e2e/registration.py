@@ -1,7 +1,5 @@
-"""What registration must leave in the registry, written out from the
-registration contract (not from the executable's REGISTRY resources), and how
-to read it back from a prefix; run as a script, it prints the contract for the
-native suite."""
+"""What registration must leave in the registry (written out here, not taken from the executable's REGISTRY
+resources) and how to read it back from a prefix; run as a script, it lists it for the native suite."""
 import sys
 
 from winetest import build_file
@@ -29,9 +27,8 @@ def sz(text):
 
 
 def tables(executable, service=False, local_service=True):
-    """The two tables as `Prefix.reg_tree` gives them, by key below the classes
-    root; after "Service" the AppID key also holds the module's own values
-    (LocalService unless -RegServer took it away)."""
+    """The two tables as `Prefix.reg_tree` gives them, by key below the classes root; after "Service" the AppID key
+    also holds the module's own values (LocalService unless -RegServer took it away)."""
     name, prog_id = sz("FolderService Class"), sz("Tarnwick.FolderService.1")
     appid = {"": sz("TarnwickHotFolder")}
     if service:
@@ -56,15 +53,13 @@ def event_source(executable):
 
 
 def installed_service(prefix, state=False):
-    """The service's configuration (and `state`) as the service control manager
-    reports them (hf_service_config.exe); None when it is not installed."""
+    """The service's configuration (or `state`) as hf_service_config.exe reads it; None when it is not installed."""
     result = prefix.wine(str(build_file("tests", "wine", "e2e", "hf_service_config.exe")), SERVICE, check=False)
     if result.returncode != 0:
         return None
     configuration = dict(line.split("=", 1) for line in result.stdout.splitlines())
     if "dependency" not in configuration:
-        # Wine's QueryServiceConfigW reports no dependencies; its service
-        # manager keeps them where Windows does, in the service's key.
+        # Wine's QueryServiceConfigW gives no dependencies; its manager keeps them, as Windows does, in SERVICE_KEY.
         kind, names = prefix.reg_tree(SERVICE_KEY)[""].get("DependOnService", (None, ""))
         if kind == "REG_MULTI_SZ" and names:
             configuration["dependency"] = names
@@ -101,11 +96,10 @@ def serve_type_library_to_wine(prefix):
 
 
 def listing(trees):
-    """`trees` as the native suite lists a registry branch: "KEY|name=type:data" a value, "KEY" a key without values,
-    keys upper-cased as the registry keeps them, types by number, data other than text in little-endian hex."""
+    """`trees` as RegistrationTest.cpp lists a registry branch (its Listing); DWORDs are little-endian there."""
     keys = {(key + "\\" + sub).rstrip("\\").upper(): values
             for key, subs in trees.items() for sub, values in subs.items()}
-    lines = {key for key, values in keys.items() if not values} | ({key.rsplit("\\", 1)[0] for key in keys} - set(keys))
+    lines = set(keys) | {key.rsplit("\\", 1)[0] for key in keys}
     for key, values in keys.items():
         for name, (kind, data) in values.items():
             data = int(data, 16).to_bytes(4, "little").hex() if kind == "REG_DWORD" else data

@@ -55,7 +55,6 @@ IniCase const kIniCases[] = {
     {"a joined value too long to canonicalise stays as joined",
      Ini("InputFolder=" + kClimbing + "\r\nOutputFolder=O\r\nScript=s"), true, H + kClimbing.substr(0, 259), H + "O",
      H + "s"},
-    {"no InputFolder: the later keys are not read", Ini("OutputFolder=Out\r\nScript=s.py"), false, "", "", ""},
     {"no Script", Ini("InputFolder=In\r\nOutputFolder=..\\Done"), false, H + "In", "C:\\HF\\Done", ""},
     {"an empty value counts as missing, Script is not read", Ini("InputFolder=In\r\nOutputFolder=  \r\nScript=s.py"),
      false, H + "In", "", ""},
@@ -117,7 +116,6 @@ TEST_F(PathRules, JoinSettingsChangeAndOrder)
         {u"C:\\Rechnungen\\Ä", u"C:\\Rechnungen\\ä", false, false, false},
         {u"C:\\a", u"C:\\a\\x", true, false, false},
         {u"C:\\a", u"C:\\AA", true, false, false},
-        {u"C:\\a", u"C:\\b", true, false, false},
     };
     for (auto const& c : cases) {
         SCOPED_TRACE(U8(c.a) + " ~ " + U8(c.b));

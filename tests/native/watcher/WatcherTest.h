@@ -27,13 +27,11 @@ protected:
         return "[.ShellClassInfo]\r\nIconResource=hot.ico,0\r\n[Tarnwick]\r\nInputFolder=" + input +
                "\r\nOutputFolder=Out\r\nScript=C:\\Scripts\\stamp.py\r\n";
     }
-    // Writes the Desktop.ini of the hot folder `name` below the root.
     void WriteHotFolder(std::u16string const& name, std::string const& input)
     {
         world().files.WriteFile(InRoot(name + u"\\Desktop.ini"), Ini(input));
     }
 
-    // The tree's start-up, as the watcher loop runs it.
     TreeStart Start() { return StartHotFolderTree(events, rootPath, *rootWatch, watcher); }
     // The common scene: folders D:\In and D:\Elsewhere, hot folders on D:\In,
     // the tree started and the event log cleared.

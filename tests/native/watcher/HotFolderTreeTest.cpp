@@ -135,10 +135,8 @@ TEST_F(HotFolderTreeTest, TheLifeOfTwoHotFoldersOnOneFolder)
     world().files.Delete(InRoot(u"Archive\\Desktop.ini"));
     RunCompletions();
     EXPECT_EQ(WatchOf(u"D:\\In"), nullptr);
-    EXPECT_EQ(world().OpenHandleCount(), handles + 1);
     EXPECT_TRUE(world().files.List(u"D:\\In").empty()) << "the wake-up file deleted itself";
 
-    world().eventLog.Clear();
     WriteHotFolder(u"Invoices", "D:\\Missing");
     world().files.Touch(InRoot(u"Invoices\\Desktop.ini"));
     RunCompletions();

@@ -16,10 +16,9 @@ struct StartCase {
     friend void PrintTo(StartCase const& c, std::ostream* os) { *os << c.fails; }
 };
 
-// Start-up makes the missing root and loads its hot folders; each failure
-// reports the step that failed, as an error, and ends the start there (an
-// unreadable listing only loads nothing). Messages 59 and 60 keep their %s:
-// the path travels as the insertion string only.
+// Start-up makes a missing root and loads its hot folders; a failing step is
+// reported as an error and ends the start (an unreadable listing only loads
+// nothing). Messages 59 and 60 keep their %s: the path is an insertion string.
 StartCase const kStartCases[] = {
     {"none", 0, TreeStart::Watching, kWatching},
     {"FindFirstFileW", 5, TreeStart::Watching, kWatching},
@@ -57,12 +56,11 @@ INSTANTIATE_TEST_SUITE_P(Table, TreeStartUp, ::testing::ValuesIn(kStartCases));
 
 class HotFolderTreeTest : public WatcherTest {};
 
-// Start-up loads the complete hot folders one level below the root (a
-// Desktop.ini in any case). The root's watch serves every input folder below
-// it or the root itself, matched by the root's letters in any case (and a
-// sibling whose name begins with the root's, which it never sees), and keeps
-// their entries when their hot folders go; another input folder gets a watch of
-// its own. Only the files of input folders become pending.
+// Start-up loads the complete hot folders one level below the root (any case
+// of Desktop.ini). The root's watch serves each input folder at or below the
+// root, matched ignoring case (and a sibling named like the root, which it never
+// sees), and keeps their entries when their hot folders go; other input folders
+// get watches of their own. Only input folders' files become pending.
 TEST_F(HotFolderTreeTest, StartUpLoadsTheFirstLevelAndTheRootWatchServesBelowIt)
 {
     std::u16string const sibling = std::u16string(kRoot) + u" Archive";

@@ -16,17 +16,14 @@ protected:
         HotFolderSpecPtr const spec = NextSpecFor(watcher.pending.Front(), watcher.specsByInput);
         return spec ? U8(spec->DesktopIniPath.substr(std::size(kRoot))) : "";
     }
-    DWORD FrontSettleTime() const { return SettleTimeLeft(watcher.pending.Front()); }
 };
 
-// Each record is one event with its own text; the queue keeps one entry per
-// file (by any spelling), ordered by its latest record, which restarts its
-// settle time (across the wrap of the tick count); renames and deletions take
-// files out, subfolders never count. A file belongs to an input folder found
-// in the table by its whole name ignoring case, and confirmed with A to Z
-// folded only; it goes to every hot folder of that input folder in
-// DesktopIniPath order, a new record starts the round again, and a file whose
-// hot folders went has none.
+// Each record is one event of its own. The queue keeps one entry per file (any
+// spelling), ordered by its latest record, which restarts its settle time, even
+// across the tick count's wrap; renames and deletions take files out, subfolders
+// never count. A file's input folder is found by its whole name ignoring case,
+// then confirmed folding A to Z only; the file goes to each of its hot folders
+// in DesktopIniPath order, again after a new record, and to none once they go.
 TEST_F(InputFolderTest, WhatUsersDoToAnInputFolder)
 {
     world().files.MakeDirectory(u"D:\\Ä");
@@ -73,7 +70,7 @@ TEST_F(InputFolderTest, WhatUsersDoToAnInputFolder)
     world().files.Rename(u"D:\\Elsewhere\\incoming.pdf", u"D:\\In\\incoming.pdf");
     RunCompletions();
     EXPECT_EQ(PendingPaths(), (Texts{"D:\\In\\Report.pdf", "D:\\In\\INVOICE 7.PDF", "D:\\In\\incoming.pdf"}));
-    EXPECT_EQ(FrontSettleTime(), 500u);
+    EXPECT_EQ(SettleTimeLeft(watcher.pending.Front()), 500u);
 
     world().files.Rename(u"D:\\In\\incoming.pdf", u"D:\\Elsewhere\\incoming.pdf");
     world().files.Delete(u"D:\\In\\invoice 7.pdf");
@@ -157,7 +154,7 @@ TEST_F(InputFolderTest, AWatchFromItsLastUseToItsFailedReads)
     RunCompletions();
     EXPECT_EQ(EventsWithId(MSG_FILE_ADDED), (Texts{"D:\\In|a.pdf", "D:\\In|a.pdf"}));
     EXPECT_EQ(PendingPaths(), (Texts{"D:\\In\\a.pdf"}));
-    EXPECT_EQ(FrontSettleTime(), 2000u) << "a.pdf was touched once more";
+    EXPECT_EQ(SettleTimeLeft(watcher.pending.Front()), 2000u) << "a.pdf was touched once more";
 
     world().files.WriteFile(u"D:\\In\\later.pdf", "");  // the watch goes on: pending below
     RunCompletions();

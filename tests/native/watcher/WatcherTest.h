@@ -57,8 +57,7 @@ protected:
         }
         return paths;
     }
-    // The DesktopIniPath of every loaded hot folder, in table order, after
-    // checking that both tables hold the same specs.
+    // Each loaded hot folder's DesktopIniPath, in table order; both tables agree.
     Texts LoadedHotFolders() const
     {
         Texts paths;

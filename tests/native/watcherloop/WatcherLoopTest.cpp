@@ -101,10 +101,9 @@ protected:
     std::shared_ptr<sim::ScriptedPipeServer> plugIn;
 };
 
-// A file is handed on 2000 ms after its last change, on the virtual clock, and
-// a turn of the loop in between (a control client connecting) waits only for
-// the rest; pause and stop hold files back until run, and a stop does not end
-// the watcher.
+// A file is handed on 2000 ms after its last change; a turn of the loop in
+// between (a client connecting) waits only for the rest. Pause and stop hold
+// files back until run, and a stop does not end the watcher.
 TEST_F(WatcherLoopTest, SettledFilesBecomeJobsWhileTheServiceSaysRun)
 {
     StartService();
@@ -203,12 +202,11 @@ OneFileStory Client(const char* name, std::vector<BYTE> const& sent, bool runs)
 
 // The watcher stays stopped until a service says otherwise, keeps its last
 // command when the service goes, drops a file whose hot folder went, listens
-// nowhere silently on an instance it could not create while the other serves,
-// and stays stopped when its control read cannot start. Of the codes a control
-// client writes, only the last one read is in force when the loop next turns,
-// any value but pause and stop means run, and a short read keeps the rest of
-// the previous code; a client's leaving is reported (44, code 109). A client
-// writes codes back to back, four bytes each, low byte first.
+// silently on one instance when it cannot create the other, and stays stopped
+// when its control read cannot start. Of the codes a client writes (four bytes
+// each, low byte first), the last one read is in force at the next turn, any
+// value but pause and stop means run, and a short read keeps the rest of the
+// previous code; a client's leaving is reported (44, code 109).
 OneFileStory const kOneFileStories[] = {
     {"ServiceGoes", true, "", 0, ServiceExits, 1, MSG_READ_PIPE_CALLBACK_ERROR, kClientLeft},
     {"HotFolderGoes", true, "", 0, [](FakeFolderService&) { sim::TheWorld().files.Delete(kInvoicesIni); }, 0,

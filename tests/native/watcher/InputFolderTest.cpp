@@ -4,6 +4,7 @@
 #include "watcher/InputFiles.h"
 
 #include <cstring>
+#include <utility>
 
 namespace hf::test {
 namespace {
@@ -30,15 +31,12 @@ TEST_F(InputFolderTest, WhatUsersDoToAnInputFolder)
     WriteHotFolder(u"C", "D:\\Ä");  // another input folder, after D:\In in the table
     StartOn({u"B", u"A"});
     world().files.recordLayout = sim::FileSystem::RecordLayout::Packed;  // end to end, as Wine lays them
-    struct {
-        const char16_t* path;
-        bool watched;
-    } const cases[] = {
+    std::pair<const char16_t*, bool> const cases[] = {
         {u"D:\\In\\a.pdf", true},   {u"D:\\IN\\a.pdf", true},       {u"D:\\Ä\\a.pdf", true}, {u"D:\\ä\\a.pdf", false},
         {u"D:\\In2\\a.pdf", false}, {u"D:\\In\\Sub\\a.pdf", false}, {u"D:\\a.pdf", false},   {u"D:\\Zz\\a.pdf", false},
     };
-    for (auto const& c : cases) {
-        EXPECT_EQ(IsWatchedInputFile(c.path, watcher.specsByInput), c.watched) << U8(c.path);
+    for (auto const& [path, watched] : cases) {
+        EXPECT_EQ(IsWatchedInputFile(path, watcher.specsByInput), watched) << U8(path);
     }
 
     world().SetTicks(0xFFFFFFFFu - 1000);  // the tick count wraps while the files settle

@@ -83,7 +83,7 @@ TEST_F(HotFolderTreeTest, StartUpLoadsTheFirstLevelAndTheRootWatchServesBelowIt)
     }
     EXPECT_EQ(rootWatch->useCount, 4u) << "its own use and three input folders";
     DirectoryWatch* const letters = WatchOf(u"D:\\Letters\\In");
-    EXPECT_TRUE(letters != nullptr && letters != rootWatch.get());
+    ASSERT_TRUE(letters != nullptr && letters != rootWatch.get());
 
     world().files.WriteFile(InRoot(u"Invoices\\In\\report.pdf"), "");
     world().files.WriteFile(InRoot(u"loose.txt"), "");

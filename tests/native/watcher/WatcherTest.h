@@ -27,13 +27,11 @@ protected:
         return "[.ShellClassInfo]\r\nIconResource=hot.ico,0\r\n[Tarnwick]\r\nInputFolder=" + input +
                "\r\nOutputFolder=Out\r\nScript=C:\\Scripts\\stamp.py\r\n";
     }
-    // Writes the Desktop.ini of the hot folder `name` below the root.
     void WriteHotFolder(std::u16string const& name, std::string const& input)
     {
         world().files.WriteFile(InRoot(name + u"\\Desktop.ini"), Ini(input));
     }
 
-    // The tree's start-up, as the watcher loop runs it.
     TreeStart Start() { return StartHotFolderTree(events, rootPath, *rootWatch, watcher); }
     // The common scene: folders D:\In and D:\Elsewhere, hot folders on D:\In,
     // the tree started and the event log cleared.
@@ -59,8 +57,7 @@ protected:
         }
         return paths;
     }
-    // The DesktopIniPath of every loaded hot folder, in table order, after
-    // checking that both tables hold the same specs.
+    // Each loaded hot folder's DesktopIniPath, in table order; both tables agree.
     Texts LoadedHotFolders() const
     {
         Texts paths;

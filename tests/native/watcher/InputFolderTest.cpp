@@ -169,7 +169,7 @@ TEST_F(InputFolderTest, AWatchFromItsLastUseToItsFailedReads)
                      "ReadDirectoryChangesW(D:\\Second) failed.  Error code: 5\r\n",
                      "File modified in " + kRoot8 + ":\r\n\r\nSecond\\Desktop.ini\r\n",
                      "Unexpected error passed to overlapped callback watching D:\\In.  Error code: 1022\r\n"}));
-    EXPECT_EQ(OnlyEvent(MSG_OVERLAPPED_CALLBACK_ERROR).type, EVENTLOG_ERROR_TYPE);
+    EXPECT_EQ(world().eventLog.WithId(MSG_OVERLAPPED_CALLBACK_ERROR).at(0).type, EVENTLOG_ERROR_TYPE);
     ASSERT_NE(WatchOf(u"D:\\Second"), nullptr);
     EXPECT_TRUE(WatchOf(u"D:\\Second")->directory.valid());
 

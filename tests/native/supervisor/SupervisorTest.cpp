@@ -169,12 +169,14 @@ TEST_F(SupervisorTest, ALaunchReportsAndCleansUpAsEachFailureRequires)
         world().registry.Clear();
         Install(row.user, u"replaced");  // the second install's password counts
         Install(row.user, kPassword, row.sealer);
+        world().registry.SetString(HKEY_LOCAL_MACHINE, kUserStoreKeyPath, u"OFFICE\\carol", u"not a sealed password");
         world().eventLog.Clear();
         world().faults.Fail(row.failingCall, row.error);  // "" fails nothing
         long const handlesBefore = HandlesLeftOpen();
         auto const& started = world().processes.children.Started();
         std::size_t const startedBefore = started.size();
-        LaunchWatchers({row.user, u"OFFICE\\bob"}, UserStore::Open().key(), links, events);  // bob is not installed
+        // bob is not installed; carol's entry cannot be read as a sealed password: both are skipped without a word.
+        LaunchWatchers({row.user, u"OFFICE\\bob", u"OFFICE\\carol"}, UserStore::Open().key(), links, events);
 
         ASSERT_EQ(EventIds(), row.reports);
         EXPECT_EQ(std::to_string(world().eventLog.Records().back().type) + RenderedEvents().back(),

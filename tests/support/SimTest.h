@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,20 @@ namespace hf::test {
 
 // UTF-8 of a UTF-16 text, for readable assertions.
 inline constexpr auto& U8 = ToUtf8;
+
+// What a reference script of the source tree (which ctest names in HF_SOURCE_DIR) prints when python3 runs it with
+// `arguments`; the test fails when the script does.
+inline std::string ReferenceOutput(std::string const& script, std::string const& arguments)
+{
+    std::string const command = "python3 \"$HF_SOURCE_DIR/" + script + "\" " + arguments;
+    FILE* const pipe = popen(command.c_str(), "r");
+    std::string output;
+    for (char chunk[4096]; pipe && std::fgets(chunk, sizeof chunk, pipe) != nullptr;) {
+        output += chunk;
+    }
+    EXPECT_EQ(pipe ? pclose(pipe) : -1, 0) << command;
+    return output;
+}
 
 class SimTest : public ::testing::Test {
 protected:

@@ -10,10 +10,9 @@
 #include <boost/make_shared.hpp>
 
 #include <array>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <sstream>
 
 namespace hf::test {
 namespace {
@@ -23,24 +22,23 @@ using Texts = std::array<std::u16string, 3>;  // input, script, output folder
 // Python's job messages for the texts (passed as UTF-16LE in hexadecimal) in two orders of its items, back to back.
 std::vector<BYTE> ReferenceMessages(Texts const& texts)
 {
-    char const* source = std::getenv("HF_SOURCE_DIR");
-    std::string command =
-        std::string("python3 ") + (source ? source : ".") + "/tests/native/acrobat/marshal_reference.py";
+    std::string arguments;
     for (std::u16string const& text : texts) {
-        command += " '";
+        arguments += " '";
         for (char16_t unit : text) {
             for (int shift : {4, 0, 12, 8}) {
-                command += "0123456789abcdef"[(unit >> shift) & 0xF];
+                arguments += "0123456789abcdef"[(unit >> shift) & 0xF];
             }
         }
-        command += "'";
+        arguments += "'";
     }
-    FILE* const pipe = popen(command.c_str(), "r");
+    std::istringstream lines(ReferenceOutput("tests/native/acrobat/marshal_reference.py", arguments));
     std::vector<BYTE> bytes;
-    for (unsigned byte = 0; pipe && std::fscanf(pipe, "%2x", &byte) == 1;) {
-        bytes.push_back(static_cast<BYTE>(byte));
+    for (std::string hex; lines >> hex;) {
+        for (std::size_t at = 0; at + 1 < hex.size(); at += 2) {
+            bytes.push_back(static_cast<BYTE>(std::stoi(hex.substr(at, 2), nullptr, 16)));
+        }
     }
-    EXPECT_EQ(pipe ? pclose(pipe) : -1, 0) << command;
     return bytes;
 }
 

@@ -3,12 +3,11 @@
 #include "SimTest.h"
 #include "service/OneShotSwitches.h"
 
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <set>
+#include <sstream>
 #include <utility>
 
 namespace hf::test {
@@ -52,13 +51,10 @@ std::vector<BYTE> SourceFile(std::string const& relative)
 // "server", "service", "service-then-server" (-RegServer took LocalService away) or "events"; `listing` besides.
 Listing Contract(std::string const& name, Listing listing = {})
 {
-    std::string const command =
-        "python3 \"$HF_SOURCE_DIR/tests/wine/e2e/registration.py\" " + name + " '" + U8(kExe) + "'";
-    FILE* const pipe = popen(command.c_str(), "r");
-    for (char line[512]; pipe && std::fgets(line, sizeof line, pipe) != nullptr;) {
-        listing.insert(std::string(line, std::strcspn(line, "\n")));
+    std::istringstream lines(ReferenceOutput("tests/wine/e2e/registration.py", name + " '" + U8(kExe) + "'"));
+    for (std::string line; std::getline(lines, line);) {
+        listing.insert(line);
     }
-    EXPECT_EQ(pipe ? pclose(pipe) : -1, 0) << command;
     return listing;
 }
 

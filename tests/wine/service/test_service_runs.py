@@ -2,12 +2,13 @@
 """TarnwickHotFolder.exe run under Wine in a fresh prefix as an administrator
 and a user run it: its one-shot switches and what they leave in the registry
 and with the service control manager, then the service running a user's watcher."""
+import secrets
 import unittest
 
 from registration import (EVENT_SOURCE, SERVICE, SERVICE_RUNNING, SERVICE_STOPPED, installed_service,
                           registered_type_library, registration, serve_type_library_to_wine, service_registration,
                           tables)
-from winetest import CATEGORY_SERVICE, CATEGORY_USER, ERROR, INFORMATION, USER, PrefixStory, has_event, poll
+from winetest import CATEGORY_SERVICE, CATEGORY_USER, ERROR, INFORMATION, SUCCESS, USER, PrefixStory, has_event, poll
 
 USER_CLASSES, MACHINE_CLASSES = r"HKCU\Software\Classes", r"HKLM\Software\Classes"
 
@@ -94,9 +95,9 @@ class TheServiceEndToEnd(PrefixStory):
         self.start_service(has_event(0, ["Service started/resumed"]), has_event(6))
         self.assertServiceState(SERVICE_RUNNING)
 
-        # An administrator adds a user (test_supervisor_runs.py looks for its
-        # password in the registry).
-        self.assertEqual(prefix.control("install-user", USER, input="s3cret p\u00e4ss\n".encode()),
+        # An administrator adds a user; the end of the story looks for the password.
+        password = "Tw-p\u00e4ss-" + secrets.token_hex(12)
+        self.assertEqual(prefix.control("install-user", USER, input=(password + "\n").encode()),
                          (0, f"installed {USER}"))
         code, output = prefix.control("uninstall-user", "OFFICE\\nobody")
         self.assertEqual(code, 1)
@@ -118,9 +119,10 @@ class TheServiceEndToEnd(PrefixStory):
         self.assertEqual(prefix.since(start, 52), [], "the announcement reached the service")
         [[pipe]] = prefix.since(start, 49)
         self.assertRegex(pipe, r"^\\\\\.\\pipe\\Tarnwick_FolderWatcher_")
-        prefix.drop("a.pdf")
+        name = "R\u00e9sum\u00e9 a.pdf"
+        prefix.drop(name)
         jobs = prefix.settled_jobs(1, stall=30)
-        self.assertEqual([job[1:4] for job in jobs], [["C:\\In\\a.pdf", "C:\\Scripts\\stamp.py", "C:\\Out"]])
+        self.assertEqual([job[1:4] for job in jobs], [["C:\\In\\" + name, "C:\\Scripts\\stamp.py", "C:\\Out"]])
 
         # Stopping the service idles the watcher without ending it.
         start = prefix.trace_size()
@@ -132,14 +134,31 @@ class TheServiceEndToEnd(PrefixStory):
         prefix.drop("b.pdf")
         self.assertEqual(prefix.settled_jobs(), jobs)
 
-        # Started again, the service finds the installed user. It would find
-        # the running watcher by listing the pipes, which Wine cannot do
-        # (tests/wine/README.md): under Wine the watcher stays idle.
-        events = self.start_service(has_event(4, [USER]), has_event(20))
-        self.assertNotIn(49, [e.event_id for e in events])
+        # Started again, the service finds the installed user and launches its
+        # watcher, which Wine refuses (6). It would find the running watcher by
+        # listing the pipes, which Wine cannot do (tests/wine/README.md): under
+        # Wine the watcher stays idle.
+        launch = "TarnwickHotFolder.exe -asservice"
+        events = self.start_service(has_event(10))
+        self.assertEqual([(e.event_id, e.type, e.strings) for e in events if e.category == CATEGORY_SERVICE],
+                         [(4, SUCCESS, [USER]), (20, INFORMATION, [USER, prefix.executable, launch]),
+                          (10, ERROR, [USER, launch, "6"])])
         prefix.drop("c.pdf")
         self.assertEqual(prefix.settled_jobs(), jobs)
         self.assertIsNone(self.watcher.poll())
+
+        # The password is nowhere in clear text: not in the registry, which holds
+        # the user's sealed value, nor in the trace.
+        prefix.stop()
+        registry = "".join((prefix.path / file).read_text(encoding="utf-8", errors="replace")
+                           for file in ("system.reg", "user.reg", "userdef.reg"))
+        # A long hex value goes on over several lines ending in a backslash.
+        unfolded = registry.replace("\\\n", "").replace(" ", "").lower()
+        self.assertIn('"' + USER.lower().replace("\\", "\\\\") + '"=hex:', unfolded, "the user's sealed value")
+        clear, wide = password.encode(), password.encode("utf-16-le")
+        forms = [",".join(f"{b:02x}" for b in form) for form in (clear, wide)] + [password.lower()]
+        self.assertEqual([form for form in forms if form in unfolded], [], "in the registry")
+        self.assertEqual([form for form in (clear, wide) if form in prefix.trace_path.read_bytes()], [], "in the trace")
 
 
 if __name__ == "__main__":

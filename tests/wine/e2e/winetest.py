@@ -207,7 +207,7 @@ class Prefix:
         """Starts (or `run`s) `program` in the prefix, tracing the events, `extra` added to its environment."""
         with open(self.trace_path, "ab") as trace:
             return run(["wine", program], env=wine_environment(self.path, EVENT_TRACE, extra),
-                       stdin=options.pop("stdin", subprocess.DEVNULL), stderr=trace, **options)
+                       stdin=subprocess.DEVNULL, stderr=trace, **options)
 
     def run_command_line(self, line, timeout=60):
         """Runs a raw command line through the build's launcher (exactly as given, with its 32-bit exit code);

@@ -2,6 +2,8 @@
 """TarnwickHotFolder.exe run under Wine in a fresh prefix as an administrator
 and a user run it: its one-shot switches and what they leave in the registry
 and with the service control manager, then the service running a user's watcher."""
+import getpass
+import re
 import secrets
 import unittest
 
@@ -11,6 +13,7 @@ from registration import (EVENT_SOURCE, SERVICE, SERVICE_RUNNING, SERVICE_STOPPE
 from winetest import CATEGORY_SERVICE, CATEGORY_USER, ERROR, INFORMATION, SUCCESS, USER, PrefixStory, has_event, poll
 
 USER_CLASSES, MACHINE_CLASSES = r"HKCU\Software\Classes", r"HKLM\Software\Classes"
+RUN_KEY = r"HKCU\Software\Microsoft\Windows\CurrentVersion\Run"
 
 
 class TheServiceEndToEnd(PrefixStory):
@@ -96,7 +99,7 @@ class TheServiceEndToEnd(PrefixStory):
         self.assertServiceState(SERVICE_RUNNING)
 
         # An administrator adds a user; the end of the story looks for the password.
-        password = "Tw-p\u00e4ss-" + secrets.token_hex(12)
+        password = "Tw-" + secrets.token_hex(12)
         self.assertEqual(prefix.control("install-user", USER, input=(password + "\n").encode()),
                          (0, f"installed {USER}"))
         code, output = prefix.control("uninstall-user", "OFFICE\\nobody")
@@ -113,12 +116,12 @@ class TheServiceEndToEnd(PrefixStory):
         # connected and told to run by the service alone.
         start = prefix.trace_size()
         type(self).watcher = prefix.start_watcher("-installuser")
-        run = prefix.reg_tree(r"HKCU\Software\Microsoft\Windows\CurrentVersion\Run")[""]
+        run = prefix.reg_tree(RUN_KEY)[""]
         self.assertEqual(run["Tarnwick Hot Folder Watcher"], ("REG_SZ", f'"{prefix.executable}" -currentuser'))
         prefix.wait_for_events(has_event(49), timeout=60, start=start)
         self.assertEqual(prefix.since(start, 52), [], "the announcement reached the service")
         [[pipe]] = prefix.since(start, 49)
-        self.assertRegex(pipe, r"^\\\\\.\\pipe\\Tarnwick_FolderWatcher_")
+        self.assertRegex(pipe, r"^\\\\\.\\pipe\\Tarnwick_FolderWatcher_[^_\\]+_" + re.escape(getpass.getuser()) + "$")
         name = "R\u00e9sum\u00e9 a.pdf"
         prefix.drop(name)
         jobs = prefix.settled_jobs(1, stall=30)
@@ -139,7 +142,7 @@ class TheServiceEndToEnd(PrefixStory):
         # listing the pipes, which Wine cannot do (tests/wine/README.md): under
         # Wine the watcher stays idle.
         launch = "TarnwickHotFolder.exe -asservice"
-        events = self.start_service(has_event(10))
+        events = self.start_service(has_event(10, [USER, launch, "6"]))
         self.assertEqual([(e.event_id, e.type, e.strings) for e in events if e.category == CATEGORY_SERVICE],
                          [(4, SUCCESS, [USER]), (20, INFORMATION, [USER, prefix.executable, launch]),
                           (10, ERROR, [USER, launch, "6"])])
@@ -148,17 +151,35 @@ class TheServiceEndToEnd(PrefixStory):
         self.assertIsNone(self.watcher.poll())
 
         # The password is nowhere in clear text: not in the registry, which holds
-        # the user's sealed value, nor in the trace.
+        # the user's sealed value, nor in the trace. (This user's next logon
+        # starts no watcher: the one below is started as the service would.)
+        prefix.wine("reg", "delete", RUN_KEY, "/v", "Tarnwick Hot Folder Watcher", "/f")
         prefix.stop()
         registry = "".join((prefix.path / file).read_text(encoding="utf-8", errors="replace")
                            for file in ("system.reg", "user.reg", "userdef.reg"))
         # A long hex value goes on over several lines ending in a backslash.
         unfolded = registry.replace("\\\n", "").replace(" ", "").lower()
-        self.assertIn('"' + USER.lower().replace("\\", "\\\\") + '"=hex:', unfolded, "the user's sealed value")
+        users_key = r"\[software\\\\orvanta\\\\tarnwick\\\\4\\\\hotfolderusers\]"
+        self.assertRegex(unfolded, users_key + r'[^\[]*"office\\\\clerk"=hex:', "the user's sealed value, in its key")
         clear, wide = password.encode(), password.encode("utf-16-le")
         forms = [",".join(f"{b:02x}" for b in form) for form in (clear, wide)] + [password.lower()]
         self.assertEqual([form for form in forms if form in unfolded], [], "in the registry")
         self.assertEqual([form for form in (clear, wide) if form in prefix.trace_path.read_bytes()], [], "in the trace")
+
+        # After a restart, a watcher started as service announces itself, which
+        # starts the service. Each reply 0 has its link end the plug-in it
+        # started: each job finds a fresh one, started by its bare file name.
+        prefix.start()
+        start = prefix.trace_size()
+        type(self).watcher = prefix.start_watcher("-asservice", plug_in="-lifetime:60000 -reply:0")
+        prefix.wait_for_events(has_event(49, [pipe]), timeout=60, start=start)
+        for name in ("d.pdf", "e.pdf"):
+            prefix.drop(name)
+        self.assertEqual([job[:5] for job in prefix.settled_jobs(3)[1:]],
+                         [["1", "C:\\In\\" + name, "C:\\Scripts\\stamp.py", "C:\\Out", "reply 0"]
+                          for name in ("d.pdf", "e.pdf")])
+        plug_in_pipe = pipe.replace("FolderWatcher", "PlugIn")
+        self.assertEqual(prefix.journal("started")[1:], [[plug_in_pipe, "TestPlugIn.exe"]] * 2)
 
 
 if __name__ == "__main__":

@@ -151,8 +151,9 @@ class TheServiceEndToEnd(PrefixStory):
         self.assertIsNone(self.watcher.poll())
 
         # The password is nowhere in clear text: not in the registry, which holds
-        # the user's sealed value, nor in the trace. (This user's next logon
-        # starts no watcher: the one below is started as the service would.)
+        # the user's sealed value, nor in the trace. Wine's boot runs the user's
+        # Run entries as a logon does: the entry goes first, so that the watcher
+        # started below as the service would start it is the only one.
         prefix.wine("reg", "delete", RUN_KEY, "/v", "Tarnwick Hot Folder Watcher", "/f")
         prefix.stop()
         registry = "".join((prefix.path / file).read_text(encoding="utf-8", errors="replace")
